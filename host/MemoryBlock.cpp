@@ -1,0 +1,106 @@
+#include "host/MemoryBlock.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "host/Raise.h"
+
+namespace host {
+
+namespace {
+
+// Assembling bytes by shifts works on any host byte order; compilers turn it into one load.
+std::uint64_t loadBytes(const char* at, int width, bool littleEndian) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(at);
+    std::uint64_t value = 0;
+    for (int i = 0; i < width; ++i) {
+        value = (value << 8) | bytes[littleEndian ? width - 1 - i : i];
+    }
+    return value;
+}
+
+void storeBytes(char* at, std::uint64_t value, int width, bool littleEndian) {
+    for (int i = 0; i < width; ++i) {
+        at[littleEndian ? i : width - 1 - i] = static_cast<char>(value & 0xff);
+        value >>= 8;
+    }
+}
+
+}  // namespace
+
+MemoryBlock::MemoryBlock(std::int64_t size) {
+    SetSize(size);
+}
+
+void MemoryBlock::SetSize(std::int64_t size) {
+    if (size < 0) {
+        raiseOutOfBounds(size, Size() - 1);
+    }
+    bytes_.resize(static_cast<std::size_t>(size));
+}
+
+std::uint8_t MemoryBlock::Byte(std::int64_t offset) const {
+    checkRange(offset, 1);
+    return static_cast<std::uint8_t>(bytes_[static_cast<std::size_t>(offset)]);
+}
+
+void MemoryBlock::SetByte(std::int64_t offset, std::uint8_t value) {
+    checkRange(offset, 1);
+    bytes_[static_cast<std::size_t>(offset)] = static_cast<char>(value);
+}
+
+std::uint16_t MemoryBlock::UInt16Value(std::int64_t offset) const {
+    checkRange(offset, 2);
+    return static_cast<std::uint16_t>(loadBytes(bytes_.data() + offset, 2, LittleEndian));
+}
+
+void MemoryBlock::SetUInt16Value(std::int64_t offset, std::uint16_t value) {
+    checkRange(offset, 2);
+    storeBytes(bytes_.data() + offset, value, 2, LittleEndian);
+}
+
+std::uint32_t MemoryBlock::UInt32Value(std::int64_t offset) const {
+    checkRange(offset, 4);
+    return static_cast<std::uint32_t>(loadBytes(bytes_.data() + offset, 4, LittleEndian));
+}
+
+void MemoryBlock::SetUInt32Value(std::int64_t offset, std::uint32_t value) {
+    checkRange(offset, 4);
+    storeBytes(bytes_.data() + offset, value, 4, LittleEndian);
+}
+
+double MemoryBlock::DoubleValue(std::int64_t offset) const {
+    checkRange(offset, 8);
+    return std::bit_cast<double>(loadBytes(bytes_.data() + offset, 8, LittleEndian));
+}
+
+void MemoryBlock::SetDoubleValue(std::int64_t offset, double value) {
+    checkRange(offset, 8);
+    storeBytes(bytes_.data() + offset, std::bit_cast<std::uint64_t>(value), 8, LittleEndian);
+}
+
+String MemoryBlock::StringValue(std::int64_t offset, std::int64_t length,
+                                TextEncoding encoding) const {
+    checkRange(offset, length);
+    return String(bytes_.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length)),
+                  encoding);
+}
+
+void MemoryBlock::SetStringValue(std::int64_t offset, std::int64_t length, const String& value) {
+    checkRange(offset, length);
+    auto count = static_cast<std::size_t>(length);
+    auto copied = std::min(count, value.size());
+    char* at = bytes_.data() + offset;
+    std::memcpy(at, value.data(), copied);
+    std::memset(at + copied, 0, count - copied);
+}
+
+// A zero-length access at the very end touches nothing and is allowed.
+void MemoryBlock::checkRange(std::int64_t offset, std::int64_t length) const {
+    if (offset < 0 || length < 0 || offset > Size() || length > Size() - offset) {
+        raiseOutOfBounds(offset, Size() - 1);
+    }
+}
+
+}  // namespace host
