@@ -1,0 +1,111 @@
+#include "LoopbackServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace testsupport {
+
+namespace {
+
+bool waitReadable(int fd, std::chrono::milliseconds limit) {
+    pollfd entry{fd, POLLIN, 0};
+    int result;
+    do {
+        result = ::poll(&entry, 1, static_cast<int>(limit.count()));
+    } while (result < 0 && errno == EINTR);
+    return result > 0;
+}
+
+}  // namespace
+
+LoopbackServer::LoopbackServer(int port) {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int yes = 1;
+    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener_, 4) != 0) {
+        closeListener();
+        return;
+    }
+    socklen_t length = sizeof address;
+    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+    port_ = ntohs(address.sin_port);
+}
+
+LoopbackServer::~LoopbackServer() {
+    closeClient();
+    closeListener();
+}
+
+bool LoopbackServer::accept(std::chrono::milliseconds limit) {
+    if (listener_ < 0 || !waitReadable(listener_, limit)) {
+        return false;
+    }
+    client_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    return client_ >= 0;
+}
+
+void LoopbackServer::send(const std::string& bytes) {
+    std::size_t sent = 0;
+    while (client_ >= 0 && sent < bytes.size()) {
+        ssize_t n = ::send(client_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return;
+        }
+        sent += static_cast<std::size_t>(n);
+    }
+}
+
+std::string LoopbackServer::receive(std::chrono::milliseconds limit, std::size_t count) {
+    std::string bytes;
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (client_ >= 0 && bytes.size() < count) {
+        auto left = std::max(std::chrono::milliseconds(0),
+                             std::chrono::duration_cast<std::chrono::milliseconds>(
+                                 deadline - std::chrono::steady_clock::now()));
+        if (!waitReadable(client_, left)) {
+            break;
+        }
+        char buffer[4096];
+        ssize_t n = ::recv(client_, buffer, std::min(sizeof buffer, count - bytes.size()), 0);
+        if (n <= 0) {
+            break;
+        }
+        bytes.append(buffer, static_cast<std::size_t>(n));
+    }
+    return bytes;
+}
+
+void LoopbackServer::closeClient() {
+    if (client_ >= 0) {
+        ::close(client_);
+        client_ = -1;
+    }
+}
+
+void LoopbackServer::closeListener() {
+    if (listener_ >= 0) {
+        ::close(listener_);
+        listener_ = -1;
+    }
+}
+
+int refusedPort() {
+    LoopbackServer server;
+    return server.port();
+}
+
+}  // namespace testsupport

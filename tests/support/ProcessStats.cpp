@@ -1,0 +1,45 @@
+#include "ProcessStats.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace testsupport {
+
+int openDescriptors() {
+    int count = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count - 1;  // the iterator's own descriptor
+}
+
+int childProcesses() {
+    const std::string self = std::to_string(::getpid());
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string line;
+        if (!stat || !std::getline(stat, line)) {
+            continue;
+        }
+        // Fields after the command, which is in parentheses and may hold blanks.
+        auto close = line.rfind(')');
+        if (close == std::string::npos) {
+            continue;
+        }
+        std::string state, parent;
+        std::istringstream rest(line.substr(close + 2));
+        rest >> state >> parent;
+        if (parent == self) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+}  // namespace testsupport
