@@ -1,0 +1,99 @@
+#include "link/cAmbrelisDeviceSocket.h"
+
+#include <limits>
+
+#include "core/Globals.h"
+#include "host/Print.h"
+#include "host/StringFunctions.h"
+#include "link/CommandSupportModule.h"
+#include "wire/cAmbrelisCommand.h"
+
+namespace {
+
+constexpr unsigned char kMultiPacketLead = 'J';
+constexpr std::size_t kMultiPacketMinimum = 5;
+
+}  // namespace
+
+void cAmbrelisDeviceSocket::Event_Connected() {
+    Write("ard:" + ConnectionID + host::Chr(13));
+    Globals::writelog("Tamsvale ISF connecting...", 2);
+}
+
+void cAmbrelisDeviceSocket::Event_Error(const host::RuntimeException&) {
+    host::Print(host::Chr(13) + "Ambrelis Pipe Error" + host::Chr(13));
+    Globals::DoQuit = true;
+}
+
+void cAmbrelisDeviceSocket::Event_DataAvailable() {
+    appendToBuffer(ReadAll());
+    cutStream(std::numeric_limits<std::uint64_t>::max());
+}
+
+void cAmbrelisDeviceSocket::SendCommand(const host::Ref<cAmbrelisCommand>& cmd) {
+    Write(cmd->GetRawCommand());
+}
+
+host::String cAmbrelisDeviceSocket::Buffer() const {
+    return host::String(buffer_.substr(head_));
+}
+
+void cAmbrelisDeviceSocket::appendToBuffer(const host::String& bytes) {
+    buffer_.erase(0, head_);
+    head_ = 0;
+    buffer_ += bytes.bytes();
+}
+
+host::String cAmbrelisDeviceSocket::cut(std::size_t length) {
+    host::String frame(buffer_.substr(head_, length));
+    head_ += length;
+    return frame;
+}
+
+bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
+    for (std::uint64_t pass = 0; pass < maxPasses; ++pass) {
+        const std::size_t size = pending();
+        if (size == 0) {
+            return true;
+        }
+        const auto byteAt = [this](std::size_t offset) {
+            return static_cast<unsigned char>(buffer_[head_ + offset]);
+        };
+
+        // "j" passes too: the lead byte is compared without case.
+        if (size >= kMultiPacketMinimum && (byteAt(0) | 0x20) == (kMultiPacketLead | 0x20)) {
+            // The length is little-endian whatever the flag byte says.
+            const std::size_t length = byteAt(1) | (static_cast<std::size_t>(byteAt(2)) << 8);
+            if (size < length) {
+                Globals::writelog(
+                    "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
+                        " packet length is: " + host::Str(static_cast<std::int64_t>(length)),
+                    2);
+                return true;
+            }
+            host::String frame = cut(length);
+            auto cmd = host::New<cAmbrelisCommand>();
+            if (!cmd->initFromMultiPacket(frame)) {
+                Globals::writelog("unable to parse multipacket", 1);
+                return true;
+            }
+            CommandSupportModule::HandleIncomingCommand(cmd);
+            continue;
+        }
+
+        // A common message. With one byte there is no length byte, and the length reads as 0.
+        const std::size_t length = size > 1 ? byteAt(1) : 0;
+        if (length > size) {
+            // Incomplete: no return, the same bytes are tested again.
+            continue;
+        }
+        host::String frame = cut(length);
+        auto cmd = host::New<cAmbrelisCommand>();
+        if (cmd->InitFromCommonMessage(frame)) {
+            CommandSupportModule::HandleIncomingCommand(cmd);
+        } else {
+            Globals::writelog("Tamsvale: Received malformed packet from host", 4);
+        }
+    }
+    return false;
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "host/Ref.h"
+#include "host/String.h"
+#include "host/TCPSocket.h"
+
+class cAmbrelisCommand;
+
+// The link to the controller: greets it, cuts the incoming stream into messages and hands each
+// to the dispatcher, and writes outgoing messages.
+class cAmbrelisDeviceSocket : public host::TCPSocket {
+public:
+    host::String ConnectionID;
+
+    virtual void SendCommand(const host::Ref<cAmbrelisCommand>& cmd);
+
+    // Bytes received and not yet cut into messages.
+    host::String Buffer() const;
+    void appendToBuffer(const host::String& bytes);
+    // The stream cutter. It runs passes until the buffer has nothing more to give, at most
+    // maxPasses of them; true when it returned by itself. The socket calls it without a real
+    // bound, so a partial common message keeps it turning, as designed.
+    bool cutStream(std::uint64_t maxPasses);
+
+protected:
+    void Event_Connected() override;
+    void Event_Error(const host::RuntimeException& err) override;
+    void Event_DataAvailable() override;
+
+private:
+    std::size_t pending() const { return buffer_.size() - head_; }
+    host::String cut(std::size_t length);
+
+    // The buffer is buffer_ from head_ on: cutting moves head_ instead of moving the bytes, so a
+    // delivery of many small messages costs no quadratic copying.
+    std::string buffer_;
+    std::size_t head_ = 0;
+};

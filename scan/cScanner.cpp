@@ -1,0 +1,3 @@
+#include "scan/cScanner.h"
+
+void cScanner::DoScan() {}

@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "DriverFixture.h"
+#include "link/cAmbrelisDeviceSocket.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+// A common message of the full layout, 16 bytes.
+const std::string kCommon =
+    "X\x10"
+    "a\x40LX\x00"
+    "02\x30\x33\x00\x00\x00 \r"s;
+// "mcmd" = "getUnits" as a multi-packet, 18 bytes.
+const std::string kGetUnits = "J\x12\x00\x80mcmd\x08\x00getUnits"s;
+const std::string kMalformed = "Tamsvale: Received malformed packet from host\n";
+
+struct CutCase {
+    const char* name;
+    std::string buffer;
+    std::uint64_t passes;
+    bool returns;           // returned by itself within the passes
+    std::string remaining;  // Buffer afterwards
+    std::string output;     // log lines, on standard output as no link stands
+};
+
+class StreamCutterTest : public DriverFixture, public ::testing::WithParamInterface<CutCase> {};
+
+TEST_P(StreamCutterTest, CutsAsDesigned) {
+    const CutCase& c = GetParam();
+    cAmbrelisDeviceSocket socket;
+    socket.appendToBuffer(host::String(c.buffer));
+    ::testing::internal::CaptureStdout();
+    bool returned = socket.cutStream(c.passes);
+    std::string output = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(returned, c.returns);
+    EXPECT_EQ(socket.Buffer().bytes(), c.remaining);
+    EXPECT_EQ(output, c.output);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, StreamCutterTest,
+    ::testing::Values(
+        CutCase{"Empty", "", 10, true, "", ""},
+        CutCase{"MixedWholeMessages", kGetUnits + kCommon + kGetUnits, 10, true, "", ""},
+        CutCase{"LowerCaseLeadIsMultiPacket", "j\x05\x00\x80X"s, 10, true, "", ""},
+        CutCase{"MalformedThenGoodInOneDelivery", "Z\x02"s + kCommon, 10, true, "", kMalformed},
+        CutCase{"ErrorPacketIsMalformed", "E\x03x"s, 10, true, "", kMalformed},
+        CutCase{"IncompleteMultiPacketWaits", kGetUnits.substr(0, 7), 10, true,
+                kGetUnits.substr(0, 7), "bufflength is 7 packet length is: 18\n"},
+        // A multi-packet piece of under five bytes is read as a common message: its length
+        // byte 18 is more than there is, so the same bytes are tested again and again.
+        CutCase{"ShortMultiPacketPieceSpins", kGetUnits.substr(0, 4), 1000, false,
+                kGetUnits.substr(0, 4), ""},
+        CutCase{"IncompleteCommonSpins", kCommon.substr(0, 9), 1000, false, kCommon.substr(0, 9),
+                ""},
+        // One byte has no length byte: an empty frame is cut, refused, and cut again.
+        CutCase{"SingleByteRepeatsMalformed", "Q", 3, false, "Q",
+                kMalformed + kMalformed + kMalformed},
+        // A length field of 0 cuts nothing, so the same multi-packet comes up again.
+        CutCase{"ZeroLengthMultiPacketRepeats", "J\x00\x00\x80X"s, 50, false, "J\x00\x00\x80X"s,
+                ""},
+        // The length field is little-endian whatever the flag byte says.
+        CutCase{"LengthIgnoresFlag", "J\x06\x00\x00zzQ"s, 2, false, "Q", kMalformed}),
+    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+
+TEST_F(DriverFixture, IncompleteMultiPacketCompletesOnNextDelivery) {
+    cAmbrelisDeviceSocket socket;
+    socket.appendToBuffer(host::String(kGetUnits.substr(0, 10)));
+    ::testing::internal::CaptureStdout();
+    EXPECT_TRUE(socket.cutStream(10));
+    socket.appendToBuffer(host::String(kGetUnits.substr(10) + kCommon));
+    EXPECT_TRUE(socket.cutStream(10));
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "bufflength is 10 packet length is: 18\n");
+    EXPECT_EQ(socket.Buffer().bytes(), "");
+}
+
+}  // namespace

@@ -1,0 +1,57 @@
+#include "MultiPacketReader.h"
+
+namespace testsupport {
+
+namespace {
+
+std::size_t readLE16(const std::string& bytes, std::size_t at) {
+    return static_cast<unsigned char>(bytes[at]) |
+           (static_cast<std::size_t>(static_cast<unsigned char>(bytes[at + 1])) << 8);
+}
+
+}  // namespace
+
+ControllerView readControllerStream(const std::string& bytes) {
+    ControllerView view;
+    std::size_t at = 0;
+    if (bytes.rfind("ard:", 0) == 0) {
+        auto end = bytes.find('\r');
+        if (end == std::string::npos) {
+            view.rest = bytes;
+            return view;
+        }
+        view.greeting = bytes.substr(0, end + 1);
+        at = end + 1;
+    }
+    while (bytes.size() - at >= 4 && bytes[at] == 'J') {
+        std::size_t length = readLE16(bytes, at + 1);
+        if (length < 4 || bytes.size() - at < length) {
+            break;
+        }
+        std::map<std::string, std::string> message;
+        std::size_t pair = at + 4;
+        while (pair + 6 <= at + length) {
+            std::string key = bytes.substr(pair, 4);
+            std::size_t valueLength = readLE16(bytes, pair + 4);
+            message[key] = bytes.substr(pair + 6, valueLength);
+            pair += 6 + valueLength;
+        }
+        view.messages.push_back(std::move(message));
+        at += length;
+    }
+    view.rest = bytes.substr(at);
+    return view;
+}
+
+std::vector<std::string> logLines(const ControllerView& view) {
+    std::vector<std::string> lines;
+    for (const auto& message : view.messages) {
+        auto verb = message.find("mcmd");
+        if (verb != message.end() && verb->second == "WrtL") {
+            lines.push_back(message.at("DATA"));
+        }
+    }
+    return lines;
+}
+
+}  // namespace testsupport

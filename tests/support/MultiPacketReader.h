@@ -1,0 +1,23 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+// What the controller side of a test sees: the greeting line and then whole multi-packets,
+// decoded independently of the driver's own code so that the two can check each other.
+struct ControllerView {
+    std::string greeting;
+    std::vector<std::map<std::string, std::string>> messages;
+    std::string rest;  // bytes that do not form a whole message yet
+};
+
+// Splits off a greeting up to its carriage return when the stream starts with "ard:".
+ControllerView readControllerStream(const std::string& bytes);
+
+// The "DATA" of every "WrtL" message, in order.
+std::vector<std::string> logLines(const ControllerView& view);
+
+}  // namespace testsupport

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "host/Dictionary.h"
+#include "host/Ref.h"
+#include "host/String.h"
+
+// The controller's message. Stand-in until the message class lands: it reads the common
+// form's type letter, takes any multi-packet, and writes the multi-packet form.
+class cAmbrelisCommand {
+public:
+    bool InitFromCommonMessage(const host::String& packet);
+    host::String GetRawCommand();
+    bool initFromMultiPacket(const host::String& packet);
+    void SetMulti(const host::String& key, const host::String& value);
+
+    host::String Header;
+    host::String RawCommonCommand;
+    bool isMultiPacket = false;
+    host::Ref<host::Dictionary<host::String>> MultiDict;
+};
