@@ -11,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "host/ByteOrder.h"
 #include "host/IOException.h"
 #include "host/Raise.h"
 
@@ -23,25 +24,6 @@ constexpr std::size_t kFlushSize = 64 * 1024;
 
 [[noreturn]] void raiseSystemError(const char* call, int error) {
     throw IOException(String(std::string(call) + ": " + std::strerror(error)), error);
-}
-
-// Assembling bytes by shifts works on any host byte order; compilers turn it into one load.
-template <int Width>
-std::uint64_t loadBytes(const char* at, bool littleEndian) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(at);
-    std::uint64_t value = 0;
-    for (int i = 0; i < Width; ++i) {
-        value = (value << 8) | bytes[littleEndian ? Width - 1 - i : i];
-    }
-    return value;
-}
-
-template <int Width>
-void storeBytes(char* at, std::uint64_t value, bool littleEndian) {
-    for (int i = 0; i < Width; ++i) {
-        at[littleEndian ? i : Width - 1 - i] = static_cast<char>(value & 0xff);
-        value >>= 8;
-    }
 }
 
 }  // namespace
@@ -229,13 +211,13 @@ std::uint64_t BinaryStream::readNumber() {
         at = memory().data() + position_;
     }
     position_ += Width;
-    return loadBytes<Width>(at, LittleEndian);
+    return byteorder::load<Width>(at, LittleEndian);
 }
 
 template <int Width>
 void BinaryStream::writeNumber(std::uint64_t value) {
     char buffer[Width];
-    storeBytes<Width>(buffer, value, LittleEndian);
+    byteorder::store<Width>(buffer, value, LittleEndian);
     writeBytes(buffer, Width);
 }
 

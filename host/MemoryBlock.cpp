@@ -4,30 +4,10 @@
 #include <bit>
 #include <cstring>
 
+#include "host/ByteOrder.h"
 #include "host/Raise.h"
 
 namespace host {
-
-namespace {
-
-// Assembling bytes by shifts works on any host byte order; compilers turn it into one load.
-std::uint64_t loadBytes(const char* at, int width, bool littleEndian) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(at);
-    std::uint64_t value = 0;
-    for (int i = 0; i < width; ++i) {
-        value = (value << 8) | bytes[littleEndian ? width - 1 - i : i];
-    }
-    return value;
-}
-
-void storeBytes(char* at, std::uint64_t value, int width, bool littleEndian) {
-    for (int i = 0; i < width; ++i) {
-        at[littleEndian ? i : width - 1 - i] = static_cast<char>(value & 0xff);
-        value >>= 8;
-    }
-}
-
-}  // namespace
 
 MemoryBlock::MemoryBlock(std::int64_t size) {
     SetSize(size);
@@ -52,32 +32,32 @@ void MemoryBlock::SetByte(std::int64_t offset, std::uint8_t value) {
 
 std::uint16_t MemoryBlock::UInt16Value(std::int64_t offset) const {
     checkRange(offset, 2);
-    return static_cast<std::uint16_t>(loadBytes(bytes_.data() + offset, 2, LittleEndian));
+    return static_cast<std::uint16_t>(byteorder::load<2>(bytes_.data() + offset, LittleEndian));
 }
 
 void MemoryBlock::SetUInt16Value(std::int64_t offset, std::uint16_t value) {
     checkRange(offset, 2);
-    storeBytes(bytes_.data() + offset, value, 2, LittleEndian);
+    byteorder::store<2>(bytes_.data() + offset, value, LittleEndian);
 }
 
 std::uint32_t MemoryBlock::UInt32Value(std::int64_t offset) const {
     checkRange(offset, 4);
-    return static_cast<std::uint32_t>(loadBytes(bytes_.data() + offset, 4, LittleEndian));
+    return static_cast<std::uint32_t>(byteorder::load<4>(bytes_.data() + offset, LittleEndian));
 }
 
 void MemoryBlock::SetUInt32Value(std::int64_t offset, std::uint32_t value) {
     checkRange(offset, 4);
-    storeBytes(bytes_.data() + offset, value, 4, LittleEndian);
+    byteorder::store<4>(bytes_.data() + offset, value, LittleEndian);
 }
 
 double MemoryBlock::DoubleValue(std::int64_t offset) const {
     checkRange(offset, 8);
-    return std::bit_cast<double>(loadBytes(bytes_.data() + offset, 8, LittleEndian));
+    return std::bit_cast<double>(byteorder::load<8>(bytes_.data() + offset, LittleEndian));
 }
 
 void MemoryBlock::SetDoubleValue(std::int64_t offset, double value) {
     checkRange(offset, 8);
-    storeBytes(bytes_.data() + offset, std::bit_cast<std::uint64_t>(value), 8, LittleEndian);
+    byteorder::store<8>(bytes_.data() + offset, std::bit_cast<std::uint64_t>(value), LittleEndian);
 }
 
 String MemoryBlock::StringValue(std::int64_t offset, std::int64_t length,

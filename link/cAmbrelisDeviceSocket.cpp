@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "core/Globals.h"
+#include "host/ByteOrder.h"
 #include "host/Print.h"
 #include "host/StringFunctions.h"
 #include "link/CommandSupportModule.h"
@@ -63,7 +64,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
         // "j" passes too: the lead byte is compared without case.
         if (size >= kMultiPacketMinimum && (byteAt(0) | 0x20) == (kMultiPacketLead | 0x20)) {
             // The length is little-endian whatever the flag byte says.
-            const std::size_t length = byteAt(1) | (static_cast<std::size_t>(byteAt(2)) << 8);
+            const std::size_t length = host::byteorder::load<2>(&buffer_[head_ + 1], true);
             if (size < length) {
                 Globals::writelog(
                     "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
