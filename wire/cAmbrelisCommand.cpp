@@ -2,13 +2,16 @@
 
 #include <string>
 
+#include "host/ByteOrder.h"
 #include "host/StringFunctions.h"
 
 namespace {
 
+// Lengths are 16 bits wide; longer counts keep their low bits.
 void appendUInt16LE(std::string& out, std::size_t value) {
-    out += static_cast<char>(value & 0xFF);
-    out += static_cast<char>((value >> 8) & 0xFF);
+    char bytes[2];
+    host::byteorder::store<2>(bytes, value, true);
+    out.append(bytes, 2);
 }
 
 }  // namespace
@@ -46,7 +49,6 @@ host::String cAmbrelisCommand::GetRawCommand() {
             packet += value;
         }
     }
-    packet[1] = static_cast<char>(packet.size() & 0xFF);
-    packet[2] = static_cast<char>((packet.size() >> 8) & 0xFF);
+    host::byteorder::store<2>(&packet[1], packet.size(), true);
     return host::String(std::move(packet));
 }
