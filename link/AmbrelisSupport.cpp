@@ -4,6 +4,7 @@
 #include "host/ConsoleApplication.h"
 #include "host/StringFunctions.h"
 #include "link/CommandSupportModule.h"
+#include "wire/cAmbrelisCommand.h"
 
 namespace AmbrelisSupport {
 
@@ -46,5 +47,10 @@ bool WaitForAmbrelisConnection(std::int64_t timeoutSeconds) {
 void ErrorPacketReceived(const cAmbrelisCommand&) {}
 
 void LogCommandReceived(const cAmbrelisCommand&) {}
+
+namespace {
+const bool kReaderHooksInstalled =
+    (cAmbrelisCommand::hooks = {&ErrorPacketReceived, &LogCommandReceived, &gSignalStrength}, true);
+}  // namespace
 
 }  // namespace AmbrelisSupport
