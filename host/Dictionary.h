@@ -1,7 +1,7 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -12,7 +12,8 @@
 namespace host {
 
 // The host's Dictionary: insertion-ordered entries, looked up by a hash index that is built only
-// once the table outgrows a short linear scan (most records hold a handful of keys).
+// once the table outgrows a short linear scan (most records hold a handful of keys). The index
+// is a flat open-addressing table of positions, so an entry costs no allocation of its own.
 // Remove costs O(n): later entries move down and are re-indexed, as in a map-vector.
 template <class V>
 class Dictionary {
@@ -30,19 +31,20 @@ public:
             return;
         }
         entries_.emplace_back(key, std::move(value));
-        if (!index_.empty()) {
-            index_.emplace(key, entries_.size() - 1);
-        } else if (entries_.size() > kLinearLimit) {
+        if (entries_.size() <= kLinearLimit) {
+            return;
+        }
+        if (2 * entries_.size() > slots_.size()) {
             rebuildIndex();
+        } else {
+            place(entries_.size() - 1);
         }
     }
 
     void Remove(const DictionaryKey& key) {
         std::size_t at = existing(key);
         entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
-        if (!index_.empty()) {
-            rebuildIndex();
-        }
+        rebuildIndex();
     }
 
     std::int64_t Count() const { return static_cast<std::int64_t>(entries_.size()); }
@@ -60,7 +62,9 @@ public:
         return keys;
     }
 
-    // Our own helpers: the value at a position, and a lookup without raising.
+    // Our own helpers: room for a known count, the value at a position, and a lookup without
+    // raising.
+    void reserve(std::size_t count) { entries_.reserve(count); }
     V& valueAt(std::int64_t position) { return entries_[checked(position)].second; }
     const V& valueAt(std::int64_t position) const { return entries_[checked(position)].second; }
     V* lookup(const DictionaryKey& key) {
@@ -71,9 +75,10 @@ public:
 private:
     static constexpr std::size_t kAbsent = static_cast<std::size_t>(-1);
     static constexpr std::size_t kLinearLimit = 8;
+    static constexpr std::uint32_t kEmptySlot = UINT32_MAX;
 
     std::size_t find(const DictionaryKey& key) const {
-        if (index_.empty()) {
+        if (slots_.empty()) {
             for (std::size_t i = 0; i < entries_.size(); ++i) {
                 if (entries_[i].first == key) {
                     return i;
@@ -81,8 +86,16 @@ private:
             }
             return kAbsent;
         }
-        auto it = index_.find(key);
-        return it == index_.end() ? kAbsent : it->second;
+        const std::size_t mask = slots_.size() - 1;
+        for (std::size_t slot = home(key);; slot = (slot + 1) & mask) {
+            const std::uint32_t at = slots_[slot];
+            if (at == kEmptySlot) {
+                return kAbsent;
+            }
+            if (entries_[at].first == key) {
+                return at;
+            }
+        }
     }
 
     std::size_t existing(const DictionaryKey& key) const {
@@ -100,19 +113,42 @@ private:
         return static_cast<std::size_t>(position);
     }
 
+    // Keeps the table at most half full, so a probe ends soon at an empty slot.
     void rebuildIndex() {
-        index_.clear();
+        slots_.clear();
         if (entries_.size() <= kLinearLimit) {
             return;
         }
-        index_.reserve(entries_.size());
+        std::size_t size = 4 * kLinearLimit;
+        while (size < 4 * entries_.size()) {
+            size *= 2;
+        }
+        slots_.assign(size, kEmptySlot);
+        shift_ = 64 - static_cast<unsigned>(std::countr_zero(size));
         for (std::size_t i = 0; i < entries_.size(); ++i) {
-            index_.emplace(entries_[i].first, i);
+            place(i);
         }
     }
 
+    // The top bits of a multiplicative mix: the low bits of the string hash alone depend on
+    // the low bits of each byte only.
+    std::size_t home(const DictionaryKey& key) const {
+        return static_cast<std::size_t>(
+            (std::uint64_t{DictionaryKeyHash{}(key)} * 0x9E3779B97F4A7C15ull) >> shift_);
+    }
+
+    void place(std::size_t position) {
+        const std::size_t mask = slots_.size() - 1;
+        std::size_t slot = home(entries_[position].first);
+        while (slots_[slot] != kEmptySlot) {
+            slot = (slot + 1) & mask;
+        }
+        slots_[slot] = static_cast<std::uint32_t>(position);
+    }
+
     std::vector<std::pair<DictionaryKey, V>> entries_;
-    std::unordered_map<DictionaryKey, std::size_t, DictionaryKeyHash> index_;
+    std::vector<std::uint32_t> slots_;  // positions in entries_; empty while the scan is short
+    unsigned shift_ = 0;
 };
 
 }  // namespace host
