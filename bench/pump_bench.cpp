@@ -1,11 +1,8 @@
 // The pump's costs: how fast a child's end reaches Event_Completed, what an idle connected
 // driver burns, and whether 1,000 child runs leave anything behind.
 #include <benchmark/benchmark.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,11 +17,11 @@
 #include <thread>
 #include <vector>
 
+#include "DriverProcess.h"
+#include "LoopbackServer.h"
 #include "host/ConsoleApplication.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
-
-extern char** environ;
 
 namespace {
 
@@ -149,36 +146,16 @@ double cpuSeconds(pid_t pid) {
 
 void BM_IdleConnectedDriverCpu(benchmark::State& state) {
     for (auto _ : state) {
-        int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        listen(listener, 1);
-        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-        std::string port = std::to_string(ntohs(address.sin_port));
-
-        std::vector<std::string> argv{ARP_PRESENCE_PATH, "", "127.0.0.1", port, "bench"};
-        std::vector<char*> raw;
-        for (auto& argument : argv) {
-            raw.push_back(argument.data());
-        }
-        raw.push_back(nullptr);
-        pid_t pid = -1;
-        posix_spawn(&pid, ARP_PRESENCE_PATH, nullptr, nullptr, raw.data(), environ);
-        int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        testsupport::LoopbackServer server;
+        testsupport::DriverProcess driver(
+            {"", "127.0.0.1", std::to_string(server.port()), "bench"});
+        server.accept();
 
         std::this_thread::sleep_for(std::chrono::seconds(3));  // past start-up and first sweep
-        const double before = cpuSeconds(pid);
+        const double before = cpuSeconds(driver.pid());
         std::this_thread::sleep_for(std::chrono::seconds(10));
-        const double used = cpuSeconds(pid) - before;
+        const double used = cpuSeconds(driver.pid()) - before;
         state.counters["cpu_percent_of_core"] = 100.0 * used / 10.0;
-
-        close(client);
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-        close(listener);
     }
 }
 BENCHMARK(BM_IdleConnectedDriverCpu)->Iterations(1)->Unit(benchmark::kSecond);

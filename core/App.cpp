@@ -102,6 +102,7 @@ std::int64_t App::Event_Run(const host::Array<String>& args) {
             DoEvents(1000);
 
             auto getUnits = host::New<cAmbrelisCommand>();
+            getUnits->Constructor();
             getUnits->SetMulti("mcmd", "getUnits");
             AmbrelisSupport::AmbrelisSocket->SendCommand(getUnits);
 

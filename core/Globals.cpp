@@ -12,6 +12,7 @@ void writelog(const host::String& text, std::int64_t level) {
     auto& socket = AmbrelisSupport::AmbrelisSocket;
     if (socket && socket->IsConnected()) {
         auto cmd = host::New<cAmbrelisCommand>();
+        cmd->Constructor();
         cmd->SetMulti("mcmd", "WrtL");
         cmd->SetMulti("Valu", host::Str(level));
         cmd->SetMulti("DATA", text);

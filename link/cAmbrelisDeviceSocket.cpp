@@ -74,6 +74,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
             }
             host::String frame = cut(length);
             auto cmd = host::New<cAmbrelisCommand>();
+            cmd->Constructor();
             if (!cmd->initFromMultiPacket(frame)) {
                 Globals::writelog("unable to parse multipacket", 1);
                 return true;
@@ -90,6 +91,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
         }
         host::String frame = cut(length);
         auto cmd = host::New<cAmbrelisCommand>();
+        cmd->Constructor();
         if (cmd->InitFromCommonMessage(frame)) {
             CommandSupportModule::HandleIncomingCommand(cmd);
         } else {

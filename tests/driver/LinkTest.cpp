@@ -3,8 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "DriverFixture.h"
-#include "LoopbackServer.h"
+#include "LinkFixture.h"
 #include "MultiPacketReader.h"
 #include "host/Clock.h"
 #include "host/ConsoleApplication.h"
@@ -15,28 +14,15 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using testsupport::LoopbackServer;
 
-class LinkTest : public DriverFixture {
-protected:
-    // Pumps until the server has received at least `count` bytes more, or a second has passed.
-    std::string pumpAndReceive(LoopbackServer& server, std::size_t count) {
-        std::string bytes;
-        for (int turn = 0; turn < 100 && bytes.size() < count; ++turn) {
-            host::ConsoleApplication::DoEvents(10);
-            bytes += server.receive(0ms);
-        }
-        return bytes;
-    }
-};
+using LinkTest = LinkFixture;
 
 TEST_F(LinkTest, GreetsThenLogsConnectingAsFirstMessage) {
-    LoopbackServer server;
     AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "conn-42");
     ASSERT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
     ASSERT_TRUE(server.accept());
 
-    auto view = testsupport::readControllerStream(pumpAndReceive(server, 60));
+    auto view = testsupport::readControllerStream(pumpAndReceive(60));
     EXPECT_EQ(view.greeting, "ard:conn-42\r");
     ASSERT_EQ(view.messages.size(), 1u);
     EXPECT_EQ(view.messages[0].at("mcmd"), "WrtL");
@@ -52,7 +38,6 @@ TEST_F(LinkTest, DefaultsFillEmptyAddressAndZeroPort) {
 }
 
 TEST_F(LinkTest, SecondOpenStartsAfreshWithEmptyBuffer) {
-    LoopbackServer server;
     AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "a");
     ASSERT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
     auto first = AmbrelisSupport::AmbrelisSocket;
@@ -75,7 +60,6 @@ TEST_F(LinkTest, RefusedConnectionPrintsPipeErrorAndWaitsToTheLimit) {
 }
 
 TEST_F(LinkTest, ZeroTimeoutTestsOnceWithoutPumping) {
-    LoopbackServer server;
     AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "x");
     EXPECT_FALSE(AmbrelisSupport::WaitForAmbrelisConnection(0));
 }
@@ -85,18 +69,14 @@ TEST_F(LinkTest, WaitWithoutOpenRaisesNilObject) {
 }
 
 TEST_F(LinkTest, DeliveredBytesAreCutAndRefusalsLoggedToController) {
-    LoopbackServer server;
-    AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "x");
-    ASSERT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
-    ASSERT_TRUE(server.accept());
-    pumpAndReceive(server, 50);  // greeting and the connecting line
+    connect();
 
     // Half a multi-packet, then the rest with a malformed message behind it.
     const std::string packet = "J\x12\x00\x80mcmd\x08\x00getUnits"s;
     server.send(packet.substr(0, 9));
-    auto first = testsupport::readControllerStream(pumpAndReceive(server, 60));
+    auto first = testsupport::readControllerStream(pumpAndReceive(60));
     server.send(packet.substr(9) + "Z\x02"s);
-    auto second = testsupport::readControllerStream(pumpAndReceive(server, 60));
+    auto second = testsupport::readControllerStream(pumpAndReceive(60));
 
     EXPECT_EQ(testsupport::logLines(first),
               std::vector<std::string>{"bufflength is 9 packet length is: 18"});
@@ -106,7 +86,6 @@ TEST_F(LinkTest, DeliveredBytesAreCutAndRefusalsLoggedToController) {
 }
 
 TEST_F(LinkTest, PeerCloseSetsDoQuitAndLogsGoToStandardOutput) {
-    LoopbackServer server;
     AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "x");
     ASSERT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
     ASSERT_TRUE(server.accept());

@@ -9,11 +9,11 @@ namespace {
 
 using namespace std::string_literals;
 
-// A common message of the full layout, 16 bytes.
+// A control message of the full layout, 16 bytes: "X", which asks for nothing.
 const std::string kCommon =
     "X\x10"
-    "a\x40LX\x00"
-    "02\x30\x33\x00\x00\x00 \r"s;
+    "a\x40LX\x40"
+    "0X\x30\x33\x00\x00\x00 \r"s;
 // "mcmd" = "getUnits" as a multi-packet, 18 bytes.
 const std::string kGetUnits = "J\x12\x00\x80mcmd\x08\x00getUnits"s;
 const std::string kMalformed = "Tamsvale: Received malformed packet from host\n";

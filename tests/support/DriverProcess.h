@@ -21,6 +21,7 @@ public:
     DriverProcess(const DriverProcess&) = delete;
     DriverProcess& operator=(const DriverProcess&) = delete;
 
+    pid_t pid() const { return pid_; }
     // The exit status, or nothing if the child is still running when the limit has passed.
     std::optional<int> waitForExit(std::chrono::milliseconds limit);
     // Standard output so far (all of it once the child has exited).

@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LinkFixture.h"
+#include "MultiPacketReader.h"
+#include "core/Globals.h"
+#include "scan/cScanner.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+// A control message from the controller: full layout, flag byte as given.
+std::string control(char command, char flags = 0x40) {
+    return "X\x10"
+           "a\x40LX"s +
+           flags + "0" + command + "03\x00\x00\x00 \r"s;
+}
+
+std::string multi(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    std::string body;
+    for (const auto& [key, value] : pairs) {
+        body += key + static_cast<char>(value.size() & 0xFF) +
+                static_cast<char>(value.size() >> 8) + value;
+    }
+    const std::size_t length = body.size() + 4;
+    return "J"s + static_cast<char>(length & 0xFF) + static_cast<char>(length >> 8) + "\x80" + body;
+}
+
+class DispatcherTest : public LinkFixture {
+protected:
+    // What the controller got, every message as "WrtL <level> <line>" or its verb.
+    static std::vector<std::string> seenIn(const std::string& received) {
+        std::vector<std::string> seen;
+        for (const auto& message : testsupport::readControllerStream(received).messages) {
+            const std::string& verb = message.at("mcmd");
+            seen.push_back(verb == "WrtL" ? "WrtL " + message.at("Valu") + " " + message.at("DATA")
+                                          : verb + (message.size() == 1 ? "" : " +keys"));
+        }
+        return seen;
+    }
+
+    // Sends the bytes and a "ping" behind them, and returns what came back up to the answer to
+    // that "ping".
+    std::vector<std::string> exchange(const std::string& bytes) {
+        server.send(bytes + multi({{"mcmd", "ping"}}));
+        std::string received;
+        for (int turn = 0; turn < 100; ++turn) {
+            received += pumpAndReceive(1);
+            const auto seen = seenIn(received);
+            if (!seen.empty() && seen.back() == "PSrp") {
+                break;
+            }
+        }
+        return seenIn(received);
+    }
+};
+
+struct Case {
+    const char* name;
+    std::string bytes;
+    std::vector<std::string> seen;  // before the answer to the closing "ping"
+    bool quit;
+    bool debug;
+};
+
+TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
+    const std::vector<Case> cases = {
+        // The reader folds the low-battery "Q" into "P" before the dispatcher sees it.
+        {"Q from the wire",
+         control('Q'),
+         {"WrtL 2 The Tamsvale isf has been asked to quit. (2)"},
+         true,
+         false},
+        {"lower-case q",
+         control('q'),
+         {"WrtL 2 The Tamsvale isf has been asked to quit. (1)"},
+         true,
+         false},
+        {"P", control('P'), {"WrtL 2 The Tamsvale isf has been asked to quit. (2)"}, true, false},
+        {"D toggles twice",
+         control('D') + control('D'),
+         {"WrtL 4 DEBUG MODE ON", "WrtL 4 DEBUG MODE OFF"},
+         false,
+         false},
+        {"d once", control('d'), {"WrtL 4 DEBUG MODE ON"}, false, true},
+        {"X does nothing", control('X'), {}, false, false},
+        {"unknown letter", control('Z'), {}, false, false},
+        {"ping in capitals",
+         multi({{"mcmd", "PING"}, {"Valu", "echo me"}}),
+         {"PSrp"},
+         false,
+         false},
+        {"close", multi({{"mcmd", "close"}}), {"WrtL 2 arp Plugin shutting down..."}, true, false},
+        {"debug TRUE",
+         multi({{"mcmd", "debug"}, {"Valu", "TRUE"}}),
+         {"WrtL 2 arp plugin debug mode is now on"},
+         false,
+         true},
+        {"debug other word",
+         multi({{"mcmd", "debug"}, {"Valu", "yes"}}),
+         {"WrtL 2 arp plugin debug mode is now off'"},
+         false,
+         false},
+        {"debug without Valu",
+         multi({{"mcmd", "Debug"}}),
+         {"WrtL 2 arp plugin debug mode is now off'"},
+         false,
+         false},
+        {"control letter as verb", multi({{"mcmd", "Q"}}), {}, false, false},
+        {"no mcmd", multi({{"Valu", "true"}}), {}, false, false},
+    };
+    connect();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Globals::DoQuit = false;
+        Globals::DebugMode = false;
+        auto expected = c.seen;
+        expected.push_back("PSrp");
+        EXPECT_EQ(exchange(c.bytes), expected);
+        EXPECT_EQ(Globals::DoQuit, c.quit);
+        EXPECT_EQ(Globals::DebugMode, c.debug);
+    }
+}
+
+TEST_F(DispatcherTest, UnanswerableMessagesEndInTheGuardAndTheLinkGoesOn) {
+    const std::vector<std::pair<const char*, std::string>> cases = {
+        {"common message without the control flag", control('D', 0x00)},
+        {"unit list before the scanner", multi({{"mcmd", "setUnits"}, {"DATA", ""}})},
+        {"deletion before the scanner", multi({{"mcmd", "UnitDeleted"}, {"UnID", "7"}})},
+    };
+    connect();
+    for (const auto& [name, bytes] : cases) {
+        SCOPED_TRACE(name);
+        server.send(bytes);
+        const auto report = seenIn(pumpAndReceive(1));
+        ASSERT_GE(report.size(), 2u);
+        EXPECT_EQ(report.front(), "WrtL 4 An unhandled NilObject Exception was trapped globally.");
+        for (std::size_t i = 1; i < report.size(); ++i) {
+            EXPECT_EQ(report[i].rfind("WrtL 4 ", 0), 0u) << report[i];  // the stack, at level 4
+        }
+        EXPECT_EQ(exchange(""), std::vector<std::string>{"PSrp"});
+        EXPECT_FALSE(Globals::DoQuit);
+    }
+}
+
+TEST_F(DispatcherTest, UnitMessagesReachTheScanner) {
+    struct RecordingScanner : cScanner {
+        std::vector<std::string> calls;
+        void gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>&) override {
+            calls.push_back("units");
+        }
+        void unitDeleted(const host::Ref<cAmbrelisCommand>&) override {
+            calls.push_back("deleted");
+        }
+    };
+    auto scanner = host::New<RecordingScanner>();
+    Globals::gScanner = scanner;
+    connect();
+    exchange(multi({{"mcmd", "setunits"}}) + multi({{"mcmd", "UNITDELETED"}}));
+    EXPECT_EQ(scanner->calls, (std::vector<std::string>{"units", "deleted"}));
+    Globals::gScanner = nullptr;
+}
+
+}  // namespace
