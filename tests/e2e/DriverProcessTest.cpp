@@ -13,6 +13,7 @@
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using testsupport::DriverProcess;
 using testsupport::LoopbackServer;
 
@@ -70,6 +71,23 @@ TEST(DriverProcessTest, GreetsAsksForUnitsAndEndsWhenTheLinkFalls) {
     EXPECT_EQ(driver.waitForExit(3s), 0);
     // With the link up nothing went to standard output but the pipe error.
     EXPECT_EQ(driver.output(), "\rAmbrelis Pipe Error\r\n");
+}
+
+TEST(DriverProcessTest, AnswersPingAndEndsOnClose) {
+    LoopbackServer server;
+    DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "c"});
+    ASSERT_TRUE(server.accept(5s));
+    readUntilGetUnits(server);
+
+    server.send("J\x0e\x00\x80mcmd\x04\x00"s + "ping" + "J\x0f\x00\x80mcmd\x05\x00"s + "close");
+    const auto closedAt = std::chrono::steady_clock::now();
+    ASSERT_EQ(driver.waitForExit(5s), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - closedAt, 2s);
+    auto view = testsupport::readControllerStream(server.receive(1s));
+    ASSERT_EQ(view.messages.size(), 2u);
+    EXPECT_EQ(view.messages[0], (std::map<std::string, std::string>{{"mcmd", "PSrp"}}));
+    EXPECT_EQ(testsupport::logLines(view), std::vector<std::string>{"arp Plugin shutting down..."});
+    EXPECT_EQ(driver.output(), "");
 }
 
 TEST(DriverProcessTest, PortIsTruncatedAndExtraArgumentsIgnored) {
