@@ -1,0 +1,89 @@
+// The record store's costs on a unit list of 10,000 units with five keys each: the byte form
+// both ways, and the roster's walk by running number from a freshly loaded list.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <string>
+
+#include "host/Ref.h"
+#include "host/String.h"
+#include "store/CXML.h"
+
+namespace {
+
+constexpr int kUnits = 10000;
+
+host::Ref<CXML> makeUnitList() {
+    auto list = host::New<CXML>();
+    for (int i = 0; i < kUnits; ++i) {
+        auto unit = host::New<CXML>();
+        unit->SetName("unit");
+        std::string n = std::to_string(i);
+        unit->SetIntegervalue("uniqueid", 100000 + i);
+        unit->SetStringValue("Name", host::String("Living room lamp " + n));
+        unit->SetStringValue("Address", host::String("192.168." + std::to_string(i / 250) + "." +
+                                                     std::to_string(i % 250)));
+        unit->SetStringValue("Type", "ping");
+        unit->SetStringValue("Location", "Ground floor");
+        list->InsertContainer(unit);
+    }
+    return list;
+}
+
+const host::String& unitListBytes() {
+    static const host::String bytes = makeUnitList()->SaveToString();
+    return bytes;
+}
+
+void BM_SaveToString(benchmark::State& state) {
+    host::Ref<CXML> list = makeUnitList();
+    std::int64_t size = 0;
+    for (auto _ : state) {
+        host::String bytes = list->SaveToString();
+        size = static_cast<std::int64_t>(bytes.size());
+        benchmark::DoNotOptimize(bytes);
+    }
+    state.SetBytesProcessed(state.iterations() * size);
+}
+BENCHMARK(BM_SaveToString)->Unit(benchmark::kMillisecond);
+
+void BM_LoadFromString(benchmark::State& state) {
+    const host::String& bytes = unitListBytes();
+    for (auto _ : state) {
+        auto list = host::New<CXML>();
+        list->loadFromString(bytes);
+        benchmark::DoNotOptimize(list);
+        // Letting the tree go is the holder's cost, not the reader's.
+        state.PauseTiming();
+        list = nullptr;
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
+}
+BENCHMARK(BM_LoadFromString)->Unit(benchmark::kMillisecond);
+
+void BM_RosterWalk(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        auto list = host::New<CXML>();
+        list->loadFromString(unitListBytes());
+        state.ResumeTiming();
+        std::int64_t count = list->GetContainerCount("unit");
+        double sum = 0;
+        for (std::int64_t i = 1; i <= count; ++i) {
+            host::Ref<CXML> unit = list->GetContainer("unit", i);
+            benchmark::DoNotOptimize(unit->GetStringValue("Address"));
+            benchmark::DoNotOptimize(unit->GetStringValue("Name"));
+            sum += unit->GetDoubleValue("uniqueid");
+        }
+        benchmark::DoNotOptimize(sum);
+        state.PauseTiming();
+        list = nullptr;
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_RosterWalk)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
