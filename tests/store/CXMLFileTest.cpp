@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -65,6 +67,23 @@ TEST_F(CXMLFileTest, SaveReplacesByExchangeAndAFailedSaveChangesNothing) {
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 4);  // and a "<number>_folder"
     EXPECT_EQ(read(longName), "old");
     EXPECT_TRUE(fs::is_directory(dir + "folder/inner"));
+}
+
+// A disk that fills up while the temporary file is written: the failure passes on to the caller.
+TEST_F(CXMLFileTest, AWriteThatFailsPassesOnAndLeavesTheTargetWhole) {
+    ASSERT_TRUE(holding("old")->SaveToFile(item("db")));
+    auto large = host::New<CXML>();
+    large->SetStringValue("k", host::String(std::string(1 << 20, 'x')));
+    rlimit saved{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit small = saved;
+    small.rlim_cur = 64 * 1024;
+    const auto previous = signal(SIGXFSZ, SIG_IGN);  // a short write instead of the signal
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_THROW(large->SaveToFile(item("db")), host::RuntimeException);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, previous);
+    EXPECT_EQ(read("db"), holding("old")->SaveToString().bytes());
 }
 
 TEST_F(CXMLFileTest, LoadingLogsInsteadOfRaising) {
