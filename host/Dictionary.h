@@ -24,20 +24,21 @@ public:
     const V& Value(const DictionaryKey& key) const { return entries_[existing(key)].second; }
 
     // The host's "Value(key) = v": overwrites an entry in place, or appends a new one.
-    void SetValue(const DictionaryKey& key, V value) {
-        std::size_t at = find(key);
-        if (at != kAbsent) {
-            entries_[at].second = std::move(value);
+    void SetValue(DictionaryKey key, V value) {
+        const Probe found = probe(key);
+        if (found.at != kAbsent) {
+            entries_[found.at].second = std::move(value);
             return;
         }
-        entries_.emplace_back(key, std::move(value));
+        entries_.emplace_back(std::move(key), std::move(value));
         if (entries_.size() <= kLinearLimit) {
             return;
         }
-        if (2 * entries_.size() > slots_.size()) {
+        if (slots_.empty() || 2 * entries_.size() > slots_.size()) {
             rebuildIndex();
         } else {
-            place(entries_.size() - 1);
+            // The probe for the absent key ended at the very slot the new entry takes.
+            slots_[found.slot] = static_cast<std::uint32_t>(entries_.size() - 1);
         }
     }
 
@@ -77,26 +78,35 @@ private:
     static constexpr std::size_t kLinearLimit = 8;
     static constexpr std::uint32_t kEmptySlot = UINT32_MAX;
 
-    std::size_t find(const DictionaryKey& key) const {
+    // Where the key stands in entries_, or kAbsent; with an index, also the slot the probe
+    // ended at.
+    struct Probe {
+        std::size_t at = kAbsent;
+        std::size_t slot = 0;
+    };
+
+    Probe probe(const DictionaryKey& key) const {
         if (slots_.empty()) {
             for (std::size_t i = 0; i < entries_.size(); ++i) {
                 if (entries_[i].first == key) {
-                    return i;
+                    return {i, 0};
                 }
             }
-            return kAbsent;
+            return {};
         }
         const std::size_t mask = slots_.size() - 1;
         for (std::size_t slot = home(key);; slot = (slot + 1) & mask) {
             const std::uint32_t at = slots_[slot];
             if (at == kEmptySlot) {
-                return kAbsent;
+                return {kAbsent, slot};
             }
             if (entries_[at].first == key) {
-                return at;
+                return {at, slot};
             }
         }
     }
+
+    std::size_t find(const DictionaryKey& key) const { return probe(key).at; }
 
     std::size_t existing(const DictionaryKey& key) const {
         std::size_t at = find(key);

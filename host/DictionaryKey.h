@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <utility>
 #include <variant>
 
 #include "host/String.h"
@@ -12,6 +13,7 @@ namespace host {
 class DictionaryKey {
 public:
     DictionaryKey(const String& text) : value_(text) {}  // NOLINT: keys convert as in the host
+    DictionaryKey(String&& text) : value_(std::move(text)) {}  // NOLINT
     DictionaryKey(const char* text) : value_(String(text)) {}  // NOLINT
     DictionaryKey(double number) : value_(number) {}           // NOLINT
 

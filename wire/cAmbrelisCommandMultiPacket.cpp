@@ -55,8 +55,7 @@ void cAmbrelisCommand::SetMulti(const host::String& key, const host::String& val
 }
 
 host::String cAmbrelisCommand::GetMulti(const host::String& key) const {
-    const host::String padded = padKey(key.view());
-    const host::String* value = MultiDict->lookup(padded);
+    const host::String* value = MultiDict->lookup(padKey(key.view()));
     return value ? *value : host::String();
 }
 
