@@ -1,0 +1,240 @@
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "LoopbackServer.h"
+#include "ProcessStats.h"
+#include "host/ConsoleApplication.h"
+#include "host/EndException.h"
+#include "host/EventPump.h"
+#include "host/ExceptionWrapper.h"
+#include "host/IOException.h"
+#include "host/Shell.h"
+#include "host/ShellNotRunningException.h"
+#include "host/TCPSocket.h"
+
+namespace {
+
+using host::EventPump;
+using Names = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+// Failures inside handlers are recorded; every test must leave the pump empty, no child and no
+// descriptor behind.
+class PumpTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host::ExceptionWrapper::setHandler([this](const host::RuntimeException& err) {
+            handled.push_back(err.className());
+            return true;
+        });
+    }
+    void TearDown() override {
+        host::ExceptionWrapper::setHandler({});
+        ::close(ready);
+        EXPECT_EQ(handled, Names{});
+        EXPECT_EQ(pump.watchCount(), 0u);
+        EXPECT_EQ(pump.postedCount(), 0u);
+        EXPECT_EQ(testsupport::childProcesses(), 0);
+        EXPECT_EQ(testsupport::openDescriptors(), descriptors);
+    }
+
+    EventPump& pump = EventPump::instance();
+    Names handled;
+    const int descriptors = testsupport::openDescriptors();
+    // Readable until read, which no test does: every watch on it is ready.
+    const int ready = ::eventfd(1, EFD_CLOEXEC);
+};
+
+// Short pump calls until `done`, for at most about 10 s.
+bool pumpUntil(const std::function<bool()>& done) {
+    for (int i = 0; i < 1000 && !done(); ++i) {
+        host::ConsoleApplication::DoEvents(10);
+    }
+    return done();
+}
+
+TEST_F(PumpTest, FailingHandlersRunOnlyInsideThePumpAndReachTheInstalledHandler) {
+    // Each reaches the handler as a host exception, an end unseen, and none stops the turn.
+    const std::function<void()> failures[] = {[] { throw host::IOException(); },
+                                              [] { throw std::bad_alloc(); },
+                                              [] { throw std::out_of_range("at"); },
+                                              [] { throw std::runtime_error("x"); },
+                                              [] { throw 42; },
+                                              [] { throw host::EndException(); }};
+    for (const auto& fail : failures) {
+        pump.post(fail);
+    }
+    auto id = pump.watch(ready, POLLIN, [](short) { throw std::bad_alloc(); });
+    EXPECT_EQ(handled, Names{});
+    pump.runOnce(0);
+    pump.unwatch(id);
+    EXPECT_EQ(handled, (Names{"IOException", "OutOfMemoryException", "OutOfBoundsException",
+                              "RuntimeException", "RuntimeException", "OutOfMemoryException"}));
+    handled.clear();
+}
+
+TEST_F(PumpTest, PostedTasksRunInLaterTurnsOfTheSameDoEvents) {
+    // Each task posts the next, which waits for the next turn but must not wait for the
+    // turn's poll to time out.
+    std::vector<int> order;
+    std::function<void(int)> chain = [&](int n) {
+        order.push_back(n);
+        if (n % 10 < 3) {
+            pump.post([&chain, n] { chain(n + 1); });
+        }
+    };
+    pump.post([&] { chain(1); });
+    pump.post([&] { chain(11); });
+    pump.runOnce(0);
+    EXPECT_EQ(order, (std::vector<int>{1, 11}));
+    host::ConsoleApplication::DoEvents(200);
+    EXPECT_EQ(order, (std::vector<int>{1, 11, 2, 12, 3, 13}));
+}
+
+using End = std::pair<std::int64_t, std::string>;
+
+// Records every completion, also of objects their owner dropped, with what it saw.
+class RecordingShell : public host::Shell {
+public:
+    static inline std::vector<End> ends;
+
+protected:
+    void Event_Completed() override { ends.emplace_back(ErrorCode(), Result().bytes()); }
+};
+
+// Drops the last owner and serves the pump until the shell is gone: an asynchronous one lives on
+// until its last completion. Each turn returns as soon as a completion has been served.
+void finish(std::shared_ptr<RecordingShell>& shell) {
+    std::weak_ptr<RecordingShell> watcher = shell;
+    shell.reset();
+    for (int turn = 0; turn < 1000 && !watcher.expired(); ++turn) {
+        EventPump::instance().runOnce(1000);
+    }
+    std::sort(RecordingShell::ends.begin(), RecordingShell::ends.end());
+}
+
+TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
+    // command, parameters (nullptr: none) -> code, output
+    const std::vector<std::tuple<const char*, const char*, std::int64_t, std::string>> cases = {
+        {"exit 3", nullptr, 3, ""},
+        {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"},
+        {"kill -9 $$", nullptr, 137, ""},
+        {"/nonexistent/tool", "-x", 127, ""},
+        // printf is named without a directory: it is found through PATH.
+        {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"},
+        // A grandchild that keeps the output open must not hold the run past the child's end.
+        {"sleep 90 & echo end", nullptr, 0, "end\n"},
+        {"head -c 300000 /dev/zero", nullptr, 0, std::string(300000, '\0')}};
+    for (std::int64_t mode : {0, 1}) {
+        for (const auto& [command, parameters, code, result] : cases) {
+            SCOPED_TRACE(std::string(command) + ", mode " + std::to_string(mode));
+            RecordingShell::ends.clear();
+            auto shell = std::make_shared<RecordingShell>();
+            shell->Mode = mode;
+            parameters ? shell->Execute(command, parameters) : shell->Execute(command);
+            // Never in mode 0; in mode 1 only from inside the pump.
+            EXPECT_TRUE(RecordingShell::ends.empty());
+            if (mode == 0) {
+                RecordingShell::ends.emplace_back(shell->ErrorCode(), shell->Result().bytes());
+            }
+            finish(shell);
+            EXPECT_TRUE(RecordingShell::ends == std::vector{End(code, result)});
+        }
+    }
+}
+
+TEST_F(PumpTest, ShellCloseKillsAndEveryExecuteCompletesOnce) {
+    RecordingShell::ends.clear();
+    auto closed = std::make_shared<RecordingShell>(), twice = std::make_shared<RecordingShell>();
+    closed->Mode = twice->Mode = 1;
+    closed->Execute("sleep 30");
+    closed->Close();
+    twice->Execute("sleep 0.3; echo a; exit 1");
+    twice->Execute("echo b");
+    finish(closed);
+    finish(twice);
+    EXPECT_EQ(RecordingShell::ends, (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
+
+    auto shell = std::make_shared<RecordingShell>();
+    shell->Execute("cat; echo end");  // stdin is empty
+    EXPECT_EQ(shell->Result().bytes(), "end\n");
+    // Arguments reach the program as they are, with no shell in between.
+    shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
+    EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
+    EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
+}
+
+class RecordingSocket : public host::TCPSocket {
+public:
+    Names events;
+
+protected:
+    // The socket must count as connected inside its own event already.
+    void Event_Connected() override { events.push_back(IsConnected() ? "connected" : "early"); }
+    void Event_DataAvailable() override { events.push_back("data"); }
+    void Event_Error(const host::RuntimeException& err) override {
+        events.push_back("error " + std::to_string(err.ErrorNumber));
+    }
+};
+
+std::shared_ptr<RecordingSocket> connectTo(std::int64_t port) {
+    auto socket = std::make_shared<RecordingSocket>();
+    socket->Address = "127.0.0.1";
+    socket->Port = port;
+    socket->Connect();
+    return socket;
+}
+
+TEST_F(PumpTest, SocketWritesArriveWholeAndInOrderThenPeerCloseRaisesOneError) {
+    testsupport::LoopbackServer server;
+    // Every byte value; more than one turn reads and more than one send() takes.
+    std::string down(3 << 20, '\0'), received;
+    std::iota(down.begin(), down.end(), '\0');
+    const std::string up = down + down + down;
+    auto socket = connectTo(server.port());
+    // Queued until connected; the second piece must leave after the first.
+    socket->Write(host::String(up.substr(0, 6)));
+    socket->Write(host::String(up.substr(6)));
+    ASSERT_TRUE(server.accept());
+    // The peer's last bytes and its close may come in one read: the bytes are reported first.
+    std::thread peer([&] {
+        server.send(down);
+        received = server.receive(20s, up.size());
+        server.send("end");
+        server.closeClient();
+    });
+    EXPECT_TRUE(pumpUntil([&] { return !socket->events.empty() && !socket->IsConnected(); }));
+    peer.join();
+    host::ConsoleApplication::DoEvents(50);
+    EXPECT_TRUE(received == up);
+    ASSERT_GE(socket->events.size(), 3u);
+    Names expected(socket->events.size() - 1, "data");
+    expected.front() = "connected";
+    expected.push_back("error 0");
+    EXPECT_EQ(socket->events, expected);
+    EXPECT_TRUE(socket->ReadAll().sameBytes(host::String(down + "end")));
+}
+
+TEST_F(PumpTest, SocketFailureToConnectArrivesOnceInsideThePump) {
+    // A port out of range fails inside Connect itself; its report must still wait.
+    for (auto [port, errorNumber] :
+         {std::pair{testsupport::refusedPort(), ECONNREFUSED}, std::pair{70000, EINVAL}}) {
+        SCOPED_TRACE(port);
+        auto socket = connectTo(port);
+        EXPECT_TRUE(socket->events.empty());
+        EXPECT_TRUE(pumpUntil([&] { return !socket->events.empty(); }));
+        host::ConsoleApplication::DoEvents(20);
+        EXPECT_EQ(socket->events, Names{"error " + std::to_string(errorNumber)});
+    }
+}
+
+}  // namespace
