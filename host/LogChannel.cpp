@@ -13,7 +13,9 @@ LogChannel::Sink& sink() {
 }
 }  // namespace
 
-void LogChannel::setSink(Sink next) { sink() = std::move(next); }
+void LogChannel::setSink(Sink next) {
+    sink() = std::move(next);
+}
 
 void LogChannel::write(const String& text, std::int64_t level) {
     if (sink()) {
