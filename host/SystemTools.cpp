@@ -1,0 +1,162 @@
+#include "host/SystemTools.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host::SystemTools {
+
+namespace {
+
+// A driver started with a user's PATH still finds `arp`, which lives in sbin.
+constexpr std::string_view kFallbackFolders = "/usr/sbin:/sbin:/usr/bin:/bin";
+
+std::string findIn(std::string_view folders, const std::string& name) {
+    while (!folders.empty()) {
+        const std::size_t colon = folders.find(':');
+        std::string_view folder = folders.substr(0, colon);
+        folders = colon == std::string_view::npos ? std::string_view() : folders.substr(colon + 1);
+        if (folder.empty()) {
+            continue;
+        }
+        std::string candidate = std::string(folder) + "/" + name;
+        if (::access(candidate.c_str(), X_OK) == 0) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+// Found through PATH first, so that tests can put fakes in front.
+String toolPath(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::string found = findIn(path != nullptr ? path : "", name);
+    if (found.empty()) {
+        found = findIn(kFallbackFolders, name);
+    }
+    return String(found.empty() ? name : found);
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+    std::vector<std::string_view> found;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        while (at < text.size() && isBlank(text[at])) {
+            ++at;
+        }
+        std::size_t end = at;
+        while (end < text.size() && !isBlank(text[end])) {
+            ++end;
+        }
+        if (end > at) {
+            found.push_back(text.substr(at, end - at));
+        }
+        at = end;
+    }
+    return found;
+}
+
+// "? (IP) at HW [TYPE] FLAGS on IFACE" becomes "? (IP) at HW on IFACE FLAGS".
+void appendInBsdForm(std::string_view line, std::string& into) {
+    const std::size_t at = line.find(" at ");
+    const std::size_t on = at == std::string_view::npos ? at : line.find(" on ", at + 4);
+    if (on == std::string_view::npos) {
+        into.append(line);
+        return;
+    }
+    const std::size_t hardwareStart = at + 4;
+    const auto middle = words(line.substr(hardwareStart, on - hardwareStart));
+    // An entry without a hardware address: the kernel has not resolved it, or it is a proxy.
+    const bool unresolved =
+        !middle.empty() && (middle.front().starts_with('<') || middle.front() == "*");
+    if (middle.empty() || (middle.size() == 1 && !unresolved)) {
+        into.append(line);
+        return;
+    }
+    std::string_view tail = line.substr(on);
+    const std::size_t lineEnd = tail.find_last_not_of('\r') + 1;
+    const std::string_view carriageReturns = tail.substr(lineEnd);
+    tail = tail.substr(0, lineEnd);
+    into.append(line.substr(0, hardwareStart));
+    into.append(unresolved ? "(incomplete)" : middle.front());
+    into.append(tail);
+    for (std::size_t i = 1; i < middle.size(); ++i) {
+        if (!middle[i].starts_with('[') && !(unresolved && middle[i].starts_with('<'))) {
+            into.append(" ").append(middle[i]);
+        }
+    }
+    into.append(carriageReturns);
+}
+
+// The count after "packets transmitted, ", or 0 when there is none.
+long repliesCounted(std::string_view output) {
+    constexpr std::string_view kTransmitted = "packets transmitted, ";
+    const std::size_t at = output.find(kTransmitted);
+    if (at == std::string_view::npos) {
+        return 0;
+    }
+    long count = 0;
+    for (std::size_t i = at + kTransmitted.size(); i < output.size(); ++i) {
+        const char c = output[i];
+        if (c < '0' || c > '9' || count > 1'000'000) {
+            break;
+        }
+        count = count * 10 + (c - '0');
+    }
+    return count;
+}
+
+}  // namespace
+
+void broadcastPing(Shell& shell) {
+    shell.executeArguments(toolPath("ping"), {"-b", "-c", "2", "255.255.255.255"});
+}
+
+String neighbourTable(Shell& shell) {
+    shell.executeArguments(toolPath("arp"), {"-a", "-n"});
+    return neighbourLinesInBsdForm(shell.Result());
+}
+
+void startProbe(Shell& shell, const String& address) {
+    shell.executeArguments(toolPath("ping"), {"-c", "2", "-w", "3", "--", address});
+}
+
+String neighbourLinesInBsdForm(const String& output) {
+    std::string_view text = output.view();
+    std::string bsd;
+    bsd.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        appendInBsdForm(text.substr(0, end), bsd);
+        if (end == std::string_view::npos) {
+            break;
+        }
+        bsd.push_back('\n');
+        text.remove_prefix(end + 1);
+    }
+    return String(std::move(bsd), output.encoding());
+}
+
+ProbeOutcome probeOutcome(std::int64_t exitCode, const String& output) {
+    constexpr std::string_view kLinuxSummary = "rtt min/avg/max/mdev = ";
+    constexpr std::string_view kBsdSummary = "round-trip min/avg/max/stddev = ";
+    std::string text = output.bytes();
+    const std::size_t at = text.find(kLinuxSummary);
+    if (at != std::string::npos) {
+        text.replace(at, kLinuxSummary.size(), kBsdSummary);
+    }
+    // 1 is the Linux tool's "fewer replies than asked for"; other codes are errors of their own.
+    if (exitCode == 1 && repliesCounted(text) > 0) {
+        exitCode = 0;
+    }
+    return {exitCode, String(std::move(text), output.encoding())};
+}
+
+}  // namespace host::SystemTools

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+
+#include "host/Shell.h"
+#include "host/String.h"
+
+// The one place that knows the network tools of this system. The scanning logic was written
+// for BSD-style `ping` and `arp`; here they are called the Linux way, and what they print is
+// brought back to the BSD form before the logic reads it.
+namespace host::SystemTools {
+
+// Two echo requests to the limited broadcast address, so that the neighbour table fills.
+// Runs in the shell's current mode; nothing of it is meant to be read.
+void broadcastPing(Shell& shell);
+
+// The neighbour table as `arp -a -n` prints it, its lines in BSD form.
+String neighbourTable(Shell& shell);
+
+// Starts two echo requests to `address` with a deadline of 3 seconds. The address is one
+// argument behind "--": never a shell word, never an option.
+void startProbe(Shell& shell, const String& address);
+
+// Linux `arp -a -n` lines in BSD form: "[ether]" and the flags after it leave the hardware
+// address's place (the flags go to the end of the line), and "<incomplete>" reads
+// "(incomplete)". Lines already in BSD form, and lines of any other kind, stay as they are.
+String neighbourLinesInBsdForm(const String& output);
+
+struct ProbeOutcome {
+    std::int64_t exitCode;
+    String output;
+};
+
+// What a BSD ping would have said: exit code 0 when at least one reply came back (the Linux
+// tool exits 1 when fewer than asked for arrive by the deadline), and the "rtt" summary line
+// shown as "round-trip".
+ProbeOutcome probeOutcome(std::int64_t exitCode, const String& output);
+
+}  // namespace host::SystemTools
