@@ -107,6 +107,7 @@ std::int64_t App::Event_Run(const host::Array<String>& args) {
             AmbrelisSupport::AmbrelisSocket->SendCommand(getUnits);
 
             Globals::gScanner = host::New<cScanner>();
+            Globals::gScanner->Constructor();
             Globals::gScanner->DoScan();
             host::Date lastSweepEnd;
 

@@ -1,7 +1,93 @@
 #include "scan/cScanner.h"
 
-void cScanner::DoScan() {}
+#include "core/Globals.h"
+#include "host/Date.h"
+#include "host/Shell.h"
+#include "host/StringFunctions.h"
+#include "host/SystemTools.h"
 
-void cScanner::gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>&) {}
+using host::String;
 
-void cScanner::unitDeleted(const host::Ref<cAmbrelisCommand>&) {}
+namespace {
+
+// An arp host that has been silent for longer than this is forgotten.
+constexpr double kForgetArpHostSeconds = 3600.0;
+// A present unit host is pinged again only after this long.
+constexpr double kRepingUnitHostSeconds = 300.0;
+
+double secondsSince(const host::Ref<host::Date>& then, const host::Date& now) {
+    return now.TotalSeconds() - then->TotalSeconds();
+}
+
+}  // namespace
+
+void cScanner::Constructor() {
+    HostDict = host::New<host::Dictionary<host::Ref<cDevice>>>();
+}
+
+void cScanner::DoScan() {
+    // Synchronous: the sweep blocks while the two tools run.
+    auto shell = host::New<host::Shell>();
+    if (Globals::DebugMode) {
+        Globals::writelog("begin arp scan", 1);
+    }
+    host::SystemTools::broadcastPing(*shell);
+    enterArpLines(host::SystemTools::neighbourTable(*shell));
+    pingWhatIsDue();
+}
+
+String cScanner::GetMacAddress(const String& line) {
+    return host::NthField(host::NthField(line, "at ", 2), " on", 1);
+}
+
+void cScanner::enterArpLines(const String& table) {
+    for (const String& line : host::Split(table, host::Chr(10))) {
+        const String mac = GetMacAddress(line);
+        if (mac.empty() || mac == "ff:ff:ff:ff:ff:ff" || mac == "(incomplete)") {
+            continue;
+        }
+        if (Globals::DebugMode) {
+            Globals::writelog("arp line (" + host::Trim(line) + ") parsed MAC (" + mac + ")", 2);
+        }
+        if (HostDict->HasKey(mac)) {
+            HostDict->Value(mac)->LoadFromArpLine(line);
+        } else {
+            // Entered before it is loaded; its first ping comes with the pass below.
+            auto device = host::New<cDevice>();
+            HostDict->SetValue(mac, device);
+            device->LoadFromArpLine(line);
+        }
+    }
+}
+
+void cScanner::pingWhatIsDue() {
+    const host::Date now;
+    // DoPing may pump, and handlers then add and remove keys: walk a snapshot, test each key
+    // before use, and hold no device across keys.
+    const auto keys = HostDict->Keys();
+    for (const auto& key : keys) {
+        if (!HostDict->HasKey(key)) {
+            continue;
+        }
+        const host::Ref<cDevice> device = HostDict->Value(key);
+        if (device->useArpTiming) {
+            device->DoPing();
+            // The state of earlier pings: the one just started has not ended.
+            if (!device->available && device->LastGoodPing &&
+                secondsSince(device->LastGoodPing, now) > kForgetArpHostSeconds) {
+                HostDict->Remove(key);
+            }
+        } else {
+            const bool due = device->lastPing.IsNil() ||
+                             (device->available &&
+                              secondsSince(device->lastPing, now) > kRepingUnitHostSeconds) ||
+                             !device->available;
+            if (due) {
+                if (Globals::DebugMode) {
+                    Globals::writelog("pinging remote host:  " + device->MyIPAddress, 2);
+                }
+                device->DoPing();
+            }
+        }
+    }
+}

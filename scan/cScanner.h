@@ -1,15 +1,30 @@
 #pragma once
 
+#include "host/Dictionary.h"
 #include "host/Ref.h"
+#include "host/String.h"
+#include "scan/cDevice.h"
+#include "store/CXML.h"
 
 class cAmbrelisCommand;
 
-// The sweep and the unit roster. Stand-in until presence scanning lands: a sweep does nothing
-// and unit lists are dropped.
+// The sweep and the unit roster. HostDict holds every watched host: an arp host under its
+// hardware address (a string), a unit host under its unit's "uniqueid" (a double).
 class cScanner {
 public:
     virtual ~cScanner() = default;
+
+    host::Ref<host::Dictionary<host::Ref<cDevice>>> HostDict;
+    // The last unit list; the sweep never reads it.
+    host::Ref<CXML> ambrelisUnitXML;
+
+    virtual void Constructor();
     virtual void DoScan();
-    virtual void gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>& cmd);
-    virtual void unitDeleted(const host::Ref<cAmbrelisCommand>& cmd);
+    virtual host::String GetMacAddress(const host::String& line);
+    virtual void gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>& command);
+    virtual void unitDeleted(const host::Ref<cAmbrelisCommand>& command);
+
+private:
+    void enterArpLines(const host::String& table);
+    void pingWhatIsDue();
 };

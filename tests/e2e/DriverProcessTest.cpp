@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "DriverProcess.h"
+#include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
 
@@ -17,9 +18,15 @@ using namespace std::string_literals;
 using testsupport::DriverProcess;
 using testsupport::LoopbackServer;
 
+// Every driver here sweeps a network of fake tools.
+class DriverProcessTest : public ::testing::Test {
+protected:
+    testsupport::FakeNetwork network;
+};
+
 const char* const kOutOfBounds = "An unhandled OutOfBounds Exception was trapped globally.\n";
 
-TEST(DriverProcessTest, OneArgumentPrintsTheBannerAndExitsZero) {
+TEST_F(DriverProcessTest, OneArgumentPrintsTheBannerAndExitsZero) {
     DriverProcess driver({"anything"});
     ASSERT_EQ(driver.waitForExit(10s), 0);
     EXPECT_EQ(driver.output(),
@@ -28,7 +35,7 @@ TEST(DriverProcessTest, OneArgumentPrintsTheBannerAndExitsZero) {
               "version 2 (build 003)\r\n");
 }
 
-TEST(DriverProcessTest, TooFewArgumentsEndInTheGuardWithTheStack) {
+TEST_F(DriverProcessTest, TooFewArgumentsEndInTheGuardWithTheStack) {
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{}, {"a", "127.0.0.1"}, {"a", "127.0.0.1", "1"}}) {
         DriverProcess driver(arguments);
@@ -55,7 +62,7 @@ testsupport::ControllerView readUntilGetUnits(LoopbackServer& server) {
     return view;
 }
 
-TEST(DriverProcessTest, GreetsAsksForUnitsAndEndsWhenTheLinkFalls) {
+TEST_F(DriverProcessTest, GreetsAsksForUnitsAndEndsWhenTheLinkFalls) {
     LoopbackServer server;
     DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "conn-7"});
     ASSERT_TRUE(server.accept(5s));
@@ -73,7 +80,7 @@ TEST(DriverProcessTest, GreetsAsksForUnitsAndEndsWhenTheLinkFalls) {
     EXPECT_EQ(driver.output(), "\rAmbrelis Pipe Error\r\n");
 }
 
-TEST(DriverProcessTest, AnswersPingAndEndsOnClose) {
+TEST_F(DriverProcessTest, AnswersPingAndEndsOnClose) {
     LoopbackServer server;
     DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "c"});
     ASSERT_TRUE(server.accept(5s));
@@ -90,7 +97,7 @@ TEST(DriverProcessTest, AnswersPingAndEndsOnClose) {
     EXPECT_EQ(driver.output(), "");
 }
 
-TEST(DriverProcessTest, PortIsTruncatedAndExtraArgumentsIgnored) {
+TEST_F(DriverProcessTest, PortIsTruncatedAndExtraArgumentsIgnored) {
     LoopbackServer server;
     DriverProcess driver(
         {"x", "127.0.0.1", std::to_string(server.port()) + ".9", "id", "extra", "more"});
@@ -100,7 +107,7 @@ TEST(DriverProcessTest, PortIsTruncatedAndExtraArgumentsIgnored) {
     EXPECT_EQ(driver.waitForExit(3s), 0);
 }
 
-TEST(DriverProcessTest, EmptyAddressAndNonNumericPortSelectTheDefaults) {
+TEST_F(DriverProcessTest, EmptyAddressAndNonNumericPortSelectTheDefaults) {
     LoopbackServer server(20300);
     if (!server.ok()) {
         GTEST_SKIP() << "port 20300 is busy on this machine";
@@ -112,7 +119,7 @@ TEST(DriverProcessTest, EmptyAddressAndNonNumericPortSelectTheDefaults) {
     EXPECT_EQ(driver.waitForExit(3s), 0);
 }
 
-TEST(DriverProcessTest, RefusedConnectionWaitsFifteenSecondsThenExitsZero) {
+TEST_F(DriverProcessTest, RefusedConnectionWaitsFifteenSecondsThenExitsZero) {
     DriverProcess driver({"x", "127.0.0.1", std::to_string(testsupport::refusedPort()), "id"});
     ASSERT_TRUE(driver.waitForOutput("\rAmbrelis Pipe Error\r\n", 3s));
     const auto refusedAt = std::chrono::steady_clock::now();

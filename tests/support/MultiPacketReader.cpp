@@ -29,14 +29,17 @@ ControllerView readControllerStream(const std::string& bytes) {
             break;
         }
         std::map<std::string, std::string> message;
+        std::string ordered;
         std::size_t pair = at + 4;
         while (pair + 6 <= at + length) {
             std::string key = bytes.substr(pair, 4);
             std::size_t valueLength = readLE16(bytes, pair + 4);
             message[key] = bytes.substr(pair + 6, valueLength);
+            ordered += (ordered.empty() ? "" : " ") + key + "=" + message[key];
             pair += 6 + valueLength;
         }
         view.messages.push_back(std::move(message));
+        view.inOrder.push_back(std::move(ordered));
         at += length;
     }
     view.rest = bytes.substr(at);

@@ -11,6 +11,8 @@ namespace testsupport {
 struct ControllerView {
     std::string greeting;
     std::vector<std::map<std::string, std::string>> messages;
+    // The same messages with their pairs in wire order, as "key=value key=value".
+    std::vector<std::string> inOrder;
     std::string rest;  // bytes that do not form a whole message yet
 };
 

@@ -1,0 +1,53 @@
+#include "FakeNetwork.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace testsupport {
+
+FakeNetwork::FakeNetwork() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "fake-network-XXXXXX").string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("mkdtemp failed");
+    }
+    folder_ = pattern;
+    std::filesystem::create_directory(folder_ + "/answers");
+    const char* path = ::getenv("PATH");
+    savedPath_ = path != nullptr ? path : "";
+    ::setenv("PATH", (std::string(FAKE_TOOLS_DIR) + ":" + savedPath_).c_str(), 1);
+    ::setenv("FAKE_NET", folder_.c_str(), 1);
+}
+
+FakeNetwork::~FakeNetwork() {
+    ::setenv("PATH", savedPath_.c_str(), 1);
+    ::unsetenv("FAKE_NET");
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+void FakeNetwork::setArpTable(const std::string& text) const {
+    std::ofstream(folder_ + "/arp", std::ios::binary) << text;
+}
+
+void FakeNetwork::answer(const std::string& address, const std::string& behaviour) const {
+    std::ofstream(folder_ + "/answers/" + address) << behaviour << "\n";
+}
+
+std::vector<std::string> FakeNetwork::pingCalls() const {
+    std::vector<std::string> calls;
+    std::ifstream in(folder_ + "/calls");
+    for (std::string line; std::getline(in, line);) {
+        calls.push_back(line);
+    }
+    return calls;
+}
+
+void FakeNetwork::forgetCalls() const {
+    std::filesystem::remove(folder_ + "/calls");
+}
+
+}  // namespace testsupport

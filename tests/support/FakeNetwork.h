@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+// A network made of the fake `ping` and `arp` of tests/fakes, put first on PATH for as long as
+// the object lives. The fakes read their answers from a folder of their own.
+class FakeNetwork {
+public:
+    FakeNetwork();
+    ~FakeNetwork();
+    FakeNetwork(const FakeNetwork&) = delete;
+    FakeNetwork& operator=(const FakeNetwork&) = delete;
+
+    const std::string& folder() const { return folder_; }
+    // What `arp -a -n` prints.
+    void setArpTable(const std::string& text) const;
+    // How pings of `address` end: "up 0.050", "half 0.2", "slow 0.1", "lost", "unknown",
+    // "garbage", "silent" or "killed".
+    void answer(const std::string& address, const std::string& behaviour) const;
+    // Every run of the fake ping so far, its arguments as "[a][b]...".
+    std::vector<std::string> pingCalls() const;
+    void forgetCalls() const;
+
+private:
+    std::string folder_;
+    std::string savedPath_;
+};
+
+}  // namespace testsupport
