@@ -12,22 +12,13 @@
 namespace {
 
 using namespace std::string_literals;
+using testsupport::multiPacket;
 
 // A control message from the controller: full layout, flag byte as given.
 std::string control(char command, char flags = 0x40) {
     return "X\x10"
            "a\x40LX"s +
            flags + "0" + command + "03\x00\x00\x00 \r"s;
-}
-
-std::string multi(const std::vector<std::pair<std::string, std::string>>& pairs) {
-    std::string body;
-    for (const auto& [key, value] : pairs) {
-        body += key + static_cast<char>(value.size() & 0xFF) +
-                static_cast<char>(value.size() >> 8) + value;
-    }
-    const std::size_t length = body.size() + 4;
-    return "J"s + static_cast<char>(length & 0xFF) + static_cast<char>(length >> 8) + "\x80" + body;
 }
 
 class DispatcherTest : public LinkFixture {
@@ -46,7 +37,7 @@ protected:
     // Sends the bytes and a "ping" behind them, and returns what came back up to the answer to
     // that "ping".
     std::vector<std::string> exchange(const std::string& bytes) {
-        server.send(bytes + multi({{"mcmd", "ping"}}));
+        server.send(bytes + multiPacket({{"mcmd", "ping"}}));
         std::string received;
         for (int turn = 0; turn < 100; ++turn) {
             received += pumpAndReceive(1);
@@ -90,28 +81,32 @@ TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
         {"X does nothing", control('X'), {}, false, false},
         {"unknown letter", control('Z'), {}, false, false},
         {"ping in capitals",
-         multi({{"mcmd", "PING"}, {"Valu", "echo me"}}),
+         multiPacket({{"mcmd", "PING"}, {"Valu", "echo me"}}),
          {"PSrp"},
          false,
          false},
-        {"close", multi({{"mcmd", "close"}}), {"WrtL 2 arp Plugin shutting down..."}, true, false},
+        {"close",
+         multiPacket({{"mcmd", "close"}}),
+         {"WrtL 2 arp Plugin shutting down..."},
+         true,
+         false},
         {"debug TRUE",
-         multi({{"mcmd", "debug"}, {"Valu", "TRUE"}}),
+         multiPacket({{"mcmd", "debug"}, {"Valu", "TRUE"}}),
          {"WrtL 2 arp plugin debug mode is now on"},
          false,
          true},
         {"debug other word",
-         multi({{"mcmd", "debug"}, {"Valu", "yes"}}),
+         multiPacket({{"mcmd", "debug"}, {"Valu", "yes"}}),
          {"WrtL 2 arp plugin debug mode is now off'"},
          false,
          false},
         {"debug without Valu",
-         multi({{"mcmd", "Debug"}}),
+         multiPacket({{"mcmd", "Debug"}}),
          {"WrtL 2 arp plugin debug mode is now off'"},
          false,
          false},
-        {"control letter as verb", multi({{"mcmd", "Q"}}), {}, false, false},
-        {"no mcmd", multi({{"Valu", "true"}}), {}, false, false},
+        {"control letter as verb", multiPacket({{"mcmd", "Q"}}), {}, false, false},
+        {"no mcmd", multiPacket({{"Valu", "true"}}), {}, false, false},
     };
     connect();
     for (const auto& c : cases) {
@@ -129,8 +124,8 @@ TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
 TEST_F(DispatcherTest, UnanswerableMessagesEndInTheGuardAndTheLinkGoesOn) {
     const std::vector<std::pair<const char*, std::string>> cases = {
         {"common message without the control flag", control('D', 0x00)},
-        {"unit list before the scanner", multi({{"mcmd", "setUnits"}, {"DATA", ""}})},
-        {"deletion before the scanner", multi({{"mcmd", "UnitDeleted"}, {"UnID", "7"}})},
+        {"unit list before the scanner", multiPacket({{"mcmd", "setUnits"}, {"DATA", ""}})},
+        {"deletion before the scanner", multiPacket({{"mcmd", "UnitDeleted"}, {"UnID", "7"}})},
     };
     connect();
     for (const auto& [name, bytes] : cases) {
@@ -160,7 +155,7 @@ TEST_F(DispatcherTest, UnitMessagesReachTheScanner) {
     auto scanner = host::New<RecordingScanner>();
     Globals::gScanner = scanner;
     connect();
-    exchange(multi({{"mcmd", "setunits"}}) + multi({{"mcmd", "UNITDELETED"}}));
+    exchange(multiPacket({{"mcmd", "setunits"}}) + multiPacket({{"mcmd", "UNITDELETED"}}));
     EXPECT_EQ(scanner->calls, (std::vector<std::string>{"units", "deleted"}));
     Globals::gScanner = nullptr;
 }

@@ -11,6 +11,17 @@ std::size_t readLE16(const std::string& bytes, std::size_t at) {
 
 }  // namespace
 
+std::string multiPacket(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    std::string body;
+    for (const auto& [key, value] : pairs) {
+        body += key + static_cast<char>(value.size() & 0xFF) +
+                static_cast<char>(value.size() >> 8) + value;
+    }
+    const std::size_t length = body.size() + 4;
+    return std::string("J") + static_cast<char>(length & 0xFF) + static_cast<char>(length >> 8) +
+           "\x80" + body;
+}
+
 ControllerView readControllerStream(const std::string& bytes) {
     ControllerView view;
     std::size_t at = 0;

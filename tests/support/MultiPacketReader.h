@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -15,6 +16,9 @@ struct ControllerView {
     std::vector<std::string> inOrder;
     std::string rest;  // bytes that do not form a whole message yet
 };
+
+// A multi-packet as the controller writes it, flag 0x80, pairs in the given order.
+std::string multiPacket(const std::vector<std::pair<std::string, std::string>>& pairs);
 
 // Splits off a greeting up to its carriage return when the stream starts with "ard:".
 ControllerView readControllerStream(const std::string& bytes);
