@@ -12,13 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "DriverProcess.h"
 #include "LoopbackServer.h"
+#include "ProcessStats.h"
 #include "host/ConsoleApplication.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
@@ -78,25 +78,6 @@ void BM_ChildExitToCompleted(benchmark::State& state) {
 }
 BENCHMARK(BM_ChildExitToCompleted)->Iterations(200)->Unit(benchmark::kMillisecond);
 
-int countEntries(const char* folder) {
-    int count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) {
-        ++count;
-    }
-    return count;
-}
-
-long residentKilobytes() {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::stol(line.substr(6));
-        }
-    }
-    return -1;
-}
-
 class Counted : public host::Shell {
 public:
     static inline int completed = 0;
@@ -121,11 +102,12 @@ void runThousandChildren() {
 void BM_ThousandChildRuns(benchmark::State& state) {
     runThousandChildren();
     for (auto _ : state) {
-        const int descriptorsBefore = countEntries("/proc/self/fd");
-        const long residentBefore = residentKilobytes();
+        const int descriptorsBefore = testsupport::openDescriptors();
+        const long residentBefore = testsupport::residentKilobytes(getpid());
         runThousandChildren();
-        state.counters["fd_growth"] = countEntries("/proc/self/fd") - descriptorsBefore;
-        state.counters["rss_growth_kb"] = static_cast<double>(residentKilobytes() - residentBefore);
+        state.counters["fd_growth"] = testsupport::openDescriptors() - descriptorsBefore;
+        state.counters["rss_growth_kb"] =
+            static_cast<double>(testsupport::residentKilobytes(getpid()) - residentBefore);
         int zombies = 0;
         while (waitpid(-1, nullptr, WNOHANG) > 0) {
             ++zombies;
@@ -135,15 +117,6 @@ void BM_ThousandChildRuns(benchmark::State& state) {
 }
 BENCHMARK(BM_ThousandChildRuns)->Iterations(1)->Unit(benchmark::kMillisecond);
 
-// CPU time of a process in seconds, from the nanosecond count in /proc/<pid>/schedstat: the
-// clock ticks of /proc/<pid>/stat are too coarse for a tenth of a percent over ten seconds.
-double cpuSeconds(pid_t pid) {
-    std::ifstream schedstat("/proc/" + std::to_string(pid) + "/schedstat");
-    long long nanoseconds = 0;
-    schedstat >> nanoseconds;
-    return static_cast<double>(nanoseconds) / 1e9;
-}
-
 void BM_IdleConnectedDriverCpu(benchmark::State& state) {
     for (auto _ : state) {
         testsupport::LoopbackServer server;
@@ -152,9 +125,9 @@ void BM_IdleConnectedDriverCpu(benchmark::State& state) {
         server.accept();
 
         std::this_thread::sleep_for(std::chrono::seconds(3));  // past start-up and first sweep
-        const double before = cpuSeconds(driver.pid());
+        const double before = testsupport::cpuSeconds(driver.pid());
         std::this_thread::sleep_for(std::chrono::seconds(10));
-        const double used = cpuSeconds(driver.pid()) - before;
+        const double used = testsupport::cpuSeconds(driver.pid()) - before;
         state.counters["cpu_percent_of_core"] = 100.0 * used / 10.0;
     }
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,12 +9,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "host/IOException.h"
 #include "host/ShellNotRunningException.h"
+#include "host/Spawn.h"
 
 namespace host {
 
@@ -51,19 +52,13 @@ private:
     int fd_ = -1;
 };
 
-// Through syscall(): the C library's own header for these lacks C linkage, so C++ cannot link
-// against it.
-int pidfdOpen(pid_t pid) {
-    return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-}
-
 void pidfdKill(int pidfd) {
     ::syscall(SYS_pidfd_send_signal, pidfd, SIGKILL, nullptr, 0);
 }
 
+// Only for fresh pipe ends, which carry no other status flag.
 bool setNonBlocking(int fd) {
-    int flags = ::fcntl(fd, F_GETFL);
-    return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+    return ::fcntl(fd, F_SETFL, O_NONBLOCK) == 0;
 }
 
 // Reads what the pipe holds, up to `limit` bytes; true once no writer is left.
@@ -183,53 +178,20 @@ bool Shell::Child::spawn(const std::vector<std::string>& argv, bool searchPath, 
         }
     }
 
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    // The driver ignores SIGPIPE and may block signals; a child must inherit neither.
-    sigset_t toDefault;
-    sigemptyset(&toDefault);
-    sigaddset(&toDefault, SIGPIPE);
-    sigset_t noneBlocked;
-    sigemptyset(&noneBlocked);
-    bool prepared =
-        posix_spawn_file_actions_adddup2(&actions, childInput.get(), STDIN_FILENO) == 0 &&
-        posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDOUT_FILENO) == 0 &&
-        posix_spawn_file_actions_adddup2(&actions, childOutput.get(), STDERR_FILENO) == 0 &&
-        posix_spawnattr_setsigdefault(&attributes, &toDefault) == 0 &&
-        posix_spawnattr_setsigmask(&attributes, &noneBlocked) == 0 &&
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) == 0;
-
-    std::vector<char*> args;
-    for (const std::string& arg : argv) {
-        args.push_back(const_cast<char*>(arg.c_str()));
-    }
-    args.push_back(nullptr);
-    pid_t spawned = -1;
-    int failed = -1;
-    if (prepared) {
-        // The exec failing (no such file, not executable) comes back here as the result.
-        auto spawn = searchPath ? posix_spawnp : posix_spawn;
-        failed = spawn(&spawned, args[0], &actions, &attributes, args.data(), environ);
-    }
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    if (failed != 0) {
+    const char* searchFolders = std::getenv("PATH");
+    const std::string path =
+        searchPath ? Spawn::findExecutable(
+                         searchFolders != nullptr ? searchFolders : "/bin:/usr/bin", argv.front())
+                   : argv.front();
+    if (path.empty()) {
         return false;
     }
-
-    // The child may have exited already: it stays a zombie until we reap it, so its pid is not
-    // reused and pidfd_open still names it.
-    int fd = pidfdOpen(spawned);
-    if (fd < 0) {
-        ::kill(spawned, SIGKILL);
-        while (::waitpid(spawned, nullptr, 0) < 0 && errno == EINTR) {
-        }
+    const Spawn::Started started = Spawn::start(path, argv, childInput.get(), childOutput.get());
+    if (started.pid < 0) {
         return false;
     }
-    pidfd = UniqueFd(fd);
-    pid = spawned;
+    pid = started.pid;
+    pidfd = UniqueFd(started.pidfd);
     return true;
 }
 

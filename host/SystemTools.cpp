@@ -1,11 +1,11 @@
 #include "host/SystemTools.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "host/Spawn.h"
 
 namespace host::SystemTools {
 
@@ -14,28 +14,12 @@ namespace {
 // A driver started with a user's PATH still finds `arp`, which lives in sbin.
 constexpr std::string_view kFallbackFolders = "/usr/sbin:/sbin:/usr/bin:/bin";
 
-std::string findIn(std::string_view folders, const std::string& name) {
-    while (!folders.empty()) {
-        const std::size_t colon = folders.find(':');
-        std::string_view folder = folders.substr(0, colon);
-        folders = colon == std::string_view::npos ? std::string_view() : folders.substr(colon + 1);
-        if (folder.empty()) {
-            continue;
-        }
-        std::string candidate = std::string(folder) + "/" + name;
-        if (::access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return {};
-}
-
 // Found through PATH first, so that tests can put fakes in front.
 String toolPath(const std::string& name) {
     const char* path = std::getenv("PATH");
-    std::string found = findIn(path != nullptr ? path : "", name);
+    std::string found = Spawn::findExecutable(path != nullptr ? path : "", name);
     if (found.empty()) {
-        found = findIn(kFallbackFolders, name);
+        found = Spawn::findExecutable(kFallbackFolders, name);
     }
     return String(found.empty() ? name : found);
 }

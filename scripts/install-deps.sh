@@ -3,7 +3,8 @@
 # missing. Needs root (or sudo) only when something is missing.
 set -euo pipefail
 
-packages=(cmake make g++ libgtest-dev libbenchmark-dev)
+# The driver runs the system's ping and arp; the tests use fakes of both.
+packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping net-tools)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -42,4 +42,21 @@ int childProcesses() {
     return count;
 }
 
+double cpuSeconds(pid_t pid) {
+    std::ifstream schedstat("/proc/" + std::to_string(pid) + "/schedstat");
+    long long nanoseconds = 0;
+    schedstat >> nanoseconds;
+    return static_cast<double>(nanoseconds) / 1e9;
+}
+
+long residentKilobytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) {
+            return std::stol(line.substr(6));
+        }
+    }
+    return -1;
+}
+
 }  // namespace testsupport

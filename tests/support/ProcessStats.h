@@ -1,10 +1,17 @@
 #pragma once
 
+#include <sys/types.h>
+
 namespace testsupport {
 
 // Descriptors this process holds open, from /proc/self/fd.
 int openDescriptors();
 // Children of this process, running or not yet reaped, from /proc.
 int childProcesses();
+// CPU time of a process's main thread in seconds, children excluded, from the nanosecond count
+// in /proc/<pid>/schedstat: the clock ticks of /proc/<pid>/stat are too coarse.
+double cpuSeconds(pid_t pid);
+// Resident memory of a process, VmRSS from /proc/<pid>/status; -1 when it cannot be read.
+long residentKilobytes(pid_t pid);
 
 }  // namespace testsupport

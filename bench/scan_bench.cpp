@@ -1,0 +1,81 @@
+// The driver's own cost of presence scanning: a real driver process sweeps a neighbour table of
+// 1,000 hosts whose fake ping answers at once, and reports each of them to a fake controller.
+#include <benchmark/benchmark.h>
+#include <signal.h>
+
+#include <chrono>
+#include <string>
+
+#include "DriverProcess.h"
+#include "FakeNetwork.h"
+#include "LoopbackServer.h"
+#include "MultiPacketReader.h"
+#include "ProcessStats.h"
+
+namespace {
+
+constexpr int kHosts = 1000;
+
+std::string neighbourTable() {
+    std::string table;
+    for (int i = 0; i < kHosts; ++i) {
+        const std::string low = std::to_string(i % 250);
+        const std::string high = std::to_string(i / 250);
+        table += "? (10.20." + high + "." + low + ") at 02:00:00:00:0" + high + ":" + low +
+                 " [ether] on eth0\n";
+    }
+    return table;
+}
+
+// Counts the ON and "NoOp" messages of the stream so far.
+int reportsIn(const std::string& bytes) {
+    int reports = 0;
+    for (const auto& message : testsupport::readControllerStream(bytes).messages) {
+        const auto verb = message.find("mcmd");
+        if (verb != message.end() && (verb->second == "ON" || verb->second == "NoOp")) {
+            ++reports;
+        }
+    }
+    return reports;
+}
+
+// One sweep per run: from "getUnits", which comes right before it, until every host has its ON
+// and its first report. CPU is the driver's main thread alone; its pings are other processes.
+void BM_SweepOfThousandHosts(benchmark::State& state) {
+    testsupport::FakeNetwork network;
+    network.setArpTable(neighbourTable());
+    network.answer("default", "up 0.050");
+    for (auto _ : state) {
+        testsupport::LoopbackServer server;
+        testsupport::DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "b"});
+        server.accept();
+        std::string bytes;
+        while (bytes.find("getUnits") == std::string::npos) {
+            bytes += server.receive(std::chrono::milliseconds(10));
+        }
+        const double cpuBefore = testsupport::cpuSeconds(driver.pid());
+        const auto started = std::chrono::steady_clock::now();
+        while (reportsIn(bytes) < 2 * kHosts &&
+               std::chrono::steady_clock::now() - started < std::chrono::seconds(60)) {
+            bytes += server.receive(std::chrono::milliseconds(50));
+        }
+        const double cpuUsed = testsupport::cpuSeconds(driver.pid()) - cpuBefore;
+        state.counters["reports"] = reportsIn(bytes);
+        state.counters["driver_cpu_us_per_ping"] = cpuUsed * 1e6 / kHosts;
+        state.counters["rss_kb_holding_1000"] =
+            static_cast<double>(testsupport::residentKilobytes(driver.pid()));
+        state.counters["sweep_seconds"] =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    }
+}
+BENCHMARK(BM_SweepOfThousandHosts)->Iterations(3)->Unit(benchmark::kSecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    signal(SIGPIPE, SIG_IGN);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
