@@ -8,6 +8,7 @@
 #include "host/Clock.h"
 #include "host/ConsoleApplication.h"
 #include "host/NilObjectException.h"
+#include "host/Shell.h"
 #include "link/CommandSupportModule.h"
 
 namespace {
@@ -107,3 +108,14 @@ TEST_F(LinkTest, LogLineBeforeTheLinkGoesToStandardOutputWithoutLevel) {
 }
 
 }  // namespace
+
+// A synchronous child blocks the thread; what was queued before it must not wait for its end.
+TEST_F(LinkTest, QueuedMessagesLeaveBeforeASynchronousChildBlocks) {
+    connect();
+    Globals::writelog("before the sweep", 2);
+    auto shell = host::New<host::Shell>();
+    shell->Execute("/bin/true", "");
+    const auto view =
+        testsupport::readControllerStream(server.receive(std::chrono::milliseconds(0)));
+    EXPECT_EQ(testsupport::logLines(view), std::vector<std::string>{"before the sweep"});
+}
