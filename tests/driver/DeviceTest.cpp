@@ -154,34 +154,22 @@ TEST_F(DeviceTest, ADeviceDroppedWhileItsPingRunsStillEnds) {
     EXPECT_EQ(settle().size(), 2u);
 }
 
-TEST_F(DeviceTest, DebugModeLogsEachStepAndTheReportLines) {
-    auto unitDevice = device(false, false, true, {});
-    Globals::DebugMode = true;
+// The log line asks for a unit, the message for the kind of host.
+TEST_F(DeviceTest, ReportLinesInDebugMode) {
+    auto unitHost = device(false, false, true, {});
     auto unit = host::New<CXML>();
     unit->Constructor();
-    unit->SetStringValue("Address", kIp);
-    unitDevice->myUnit = unit;  // no "Name": the line shows nothing there
-    network.answer(kIp, "lost");
-    unitDevice->DoPing();
-    EXPECT_EQ(settle(),
-              (std::vector<std::string>{
-                  std::string("mcmd=WrtL Valu=2 DATA=pinging remote host: ") + kIp,
-                  std::string("mcmd=WrtL Valu=2 DATA=ping to ") + kIp + " failed",
-                  std::string("mcmd=WrtL Valu=4 DATA=sending OFF for unit  at address: ") + kIp,
-                  std::string("mcmd=OFF addr=") + kIp + " UpDt=true"}));
-    hosts().Remove(host::String(kMac));
-
-    Globals::DebugMode = false;
+    unit->SetStringValue("Address", "10.9.9.9");  // and no "Name"
+    unitHost->myUnit = unit;
     auto arpDevice = device(true, false, true, {});
     Globals::DebugMode = true;
-    network.answer(kIp, "up 0.050");
-    arpDevice->DoPing();
-    const auto sent = settle();
-    ASSERT_EQ(sent.size(), 5u);
-    EXPECT_EQ(sent[0], std::string("mcmd=WrtL Valu=2 DATA=pinging local host at: ") + kIp);
-    EXPECT_EQ(sent[1],
-              std::string("mcmd=WrtL Valu=2 DATA=") + kIp + " is available on the network.");
-    EXPECT_EQ(sent[2], std::string("mcmd=WrtL Valu=4 DATA=sending ON for address ") + kMac);
+    unitHost->SendOFFCommand(true);
+    arpDevice->SendONCommand(false);
+    EXPECT_EQ(settle(), (std::vector<std::string>{
+                            "mcmd=WrtL Valu=4 DATA=sending OFF for unit  at address: 10.9.9.9",
+                            std::string("mcmd=OFF addr=") + kIp + " UpDt=true",
+                            std::string("mcmd=WrtL Valu=4 DATA=sending ON for address ") + kMac,
+                            std::string("mcmd=ON addr=") + kMac}));
 }
 
 }  // namespace
