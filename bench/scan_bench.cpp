@@ -1,7 +1,6 @@
 // The driver's own cost of presence scanning: a real driver process sweeps a neighbour table of
 // 1,000 hosts whose fake ping answers at once, and reports each of them to a fake controller.
 #include <benchmark/benchmark.h>
-#include <signal.h>
 
 #include <chrono>
 #include <string>
@@ -72,10 +71,4 @@ BENCHMARK(BM_SweepOfThousandHosts)->Iterations(3)->Unit(benchmark::kSecond);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    signal(SIGPIPE, SIG_IGN);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();
