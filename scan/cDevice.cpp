@@ -19,10 +19,6 @@ constexpr std::int64_t kWaitSliceMilliseconds = 100;
 // An arp host stays ON through failed pings for this long after its last answer.
 constexpr double kArpGraceSeconds = 1020.0;
 
-double secondsSince(const host::Ref<host::Date>& then, const host::Date& now) {
-    return now.TotalSeconds() - then->TotalSeconds();
-}
-
 }  // namespace
 
 void cDevice::DoPing() {
@@ -99,8 +95,8 @@ void cDevice::badPing() {
         Globals::writelog("ping to " + MyIPAddress + " failed", 2);
     }
     if (available || firstScan) {
-        const bool graceOver =
-            LastGoodPing.IsNil() || secondsSince(LastGoodPing, now) > kArpGraceSeconds;
+        const bool graceOver = LastGoodPing.IsNil() ||
+                               now.TotalSeconds() - LastGoodPing->TotalSeconds() > kArpGraceSeconds;
         // A unit host gets no grace. The OFF goes out before available clears, so a failed
         // send is tried again at the next bad ping.
         if (!useArpTiming || graceOver) {

@@ -15,10 +15,6 @@ constexpr double kForgetArpHostSeconds = 3600.0;
 // A present unit host is pinged again only after this long.
 constexpr double kRepingUnitHostSeconds = 300.0;
 
-double secondsSince(const host::Ref<host::Date>& then, const host::Date& now) {
-    return now.TotalSeconds() - then->TotalSeconds();
-}
-
 }  // namespace
 
 void cScanner::Constructor() {
@@ -74,14 +70,15 @@ void cScanner::pingWhatIsDue() {
             device->DoPing();
             // The state of earlier pings: the one just started has not ended.
             if (!device->available && device->LastGoodPing &&
-                secondsSince(device->LastGoodPing, now) > kForgetArpHostSeconds) {
+                now.TotalSeconds() - device->LastGoodPing->TotalSeconds() > kForgetArpHostSeconds) {
                 HostDict->Remove(key);
             }
         } else {
-            const bool due = device->lastPing.IsNil() ||
-                             (device->available &&
-                              secondsSince(device->lastPing, now) > kRepingUnitHostSeconds) ||
-                             !device->available;
+            const bool due =
+                device->lastPing.IsNil() ||
+                (device->available &&
+                 now.TotalSeconds() - device->lastPing->TotalSeconds() > kRepingUnitHostSeconds) ||
+                !device->available;
             if (due) {
                 if (Globals::DebugMode) {
                     Globals::writelog("pinging remote host:  " + device->MyIPAddress, 2);

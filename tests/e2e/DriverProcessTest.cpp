@@ -97,26 +97,23 @@ TEST_F(DriverProcessTest, AnswersPingAndEndsOnClose) {
     EXPECT_EQ(driver.output(), "");
 }
 
-TEST_F(DriverProcessTest, PortIsTruncatedAndExtraArgumentsIgnored) {
-    LoopbackServer server;
-    DriverProcess driver(
-        {"x", "127.0.0.1", std::to_string(server.port()) + ".9", "id", "extra", "more"});
-    ASSERT_TRUE(server.accept(5s));
-    EXPECT_EQ(readUntilGetUnits(server).greeting, "ard:id\r");
-    server.closeClient();
-    EXPECT_EQ(driver.waitForExit(3s), 0);
-}
-
-TEST_F(DriverProcessTest, EmptyAddressAndNonNumericPortSelectTheDefaults) {
-    LoopbackServer server(20300);
-    if (!server.ok()) {
-        GTEST_SKIP() << "port 20300 is busy on this machine";
+// A port's text is truncated to its number; an empty address and a port without a number mean
+// 127.0.0.1 and 20300; arguments past the fourth are not read.
+TEST_F(DriverProcessTest, ArgumentsAreReadAsTheControllerPassesThem) {
+    for (const bool defaults : {false, true}) {
+        LoopbackServer server(defaults ? 20300 : 0);
+        if (!server.ok()) {
+            continue;  // port 20300 is busy on this machine
+        }
+        const std::string port = std::to_string(server.port()) + ".9";
+        DriverProcess driver(
+            defaults ? std::vector<std::string>{"x", "", "no number", "id"}
+                     : std::vector<std::string>{"x", "127.0.0.1", port, "id", "extra", "more"});
+        ASSERT_TRUE(server.accept(5s)) << defaults;
+        EXPECT_EQ(readUntilGetUnits(server).greeting, "ard:id\r");
+        server.closeClient();
+        EXPECT_EQ(driver.waitForExit(3s), 0);
     }
-    DriverProcess driver({"x", "", "no number", "id"});
-    ASSERT_TRUE(server.accept(5s));
-    EXPECT_EQ(readUntilGetUnits(server).greeting, "ard:id\r");
-    server.closeClient();
-    EXPECT_EQ(driver.waitForExit(3s), 0);
 }
 
 TEST_F(DriverProcessTest, RefusedConnectionWaitsFifteenSecondsThenExitsZero) {
