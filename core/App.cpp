@@ -1,5 +1,7 @@
 #include "core/App.h"
 
+#include <array>
+
 #include "core/Globals.h"
 #include "host/Clock.h"
 #include "host/IllegalCastException.h"
@@ -36,7 +38,7 @@ struct GuardRow {
 };
 
 // Tested in this order, first match wins; the wordings differ on purpose and stay as they are.
-constexpr GuardRow kGuardRows[] = {
+constexpr auto kGuardRows = std::to_array<GuardRow>({
     {isA<host::OutOfBoundsException>, "An unhandled OutOfBounds Exception was trapped globally."},
     {isA<host::NilObjectException>, "An unhandled NilObject Exception was trapped globally."},
     {isA<host::IllegalCastException>, "An unhandled IllegalCastException was trapped globally."},
@@ -48,7 +50,7 @@ constexpr GuardRow kGuardRows[] = {
     {isA<host::TypeMismatchException>, "A TypeMismatchException has been handled globally."},
     {isA<host::UnsupportedFormatException>,
      "An UnsupportedFormatException has been handled globally."},
-};
+});
 
 String guardLine(const host::RuntimeException& err) {
     for (const GuardRow& row : kGuardRows) {
@@ -85,9 +87,9 @@ std::int64_t App::Event_Run(const host::Array<String>& args) {
         host::Random random;
         DoEvents(random.InRange(100, 500));
         std::int64_t start = host::Ticks();
-        String address = args[2];
+        const String& address = args[2];
         std::int64_t port = host::truncateToInt64(host::Val(args[3]));
-        String connectionID = args[4];
+        const String& connectionID = args[4];
 
         AmbrelisSupport::OpenAmbrelisConnection(address, port, connectionID);
         if (!AmbrelisSupport::WaitForAmbrelisConnection(15)) {

@@ -3,12 +3,14 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace host {
 
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::string_view kAlphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 constexpr std::int8_t kSkip = -1;
 constexpr std::int8_t kPad = -2;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -20,7 +21,7 @@ namespace host {
 namespace {
 
 // Big enough that the record store writes in few system calls, small enough to stay cheap.
-constexpr std::size_t kFlushSize = 64 * 1024;
+constexpr std::size_t kFlushSize = std::size_t{64} * 1024;
 
 [[noreturn]] void raiseSystemError(const char* call, int error) {
     throw IOException(String(std::string(call) + ": " + std::strerror(error)), error);
@@ -170,7 +171,7 @@ std::string BinaryStream::readBytes(std::int64_t count) {
     return bytes;
 }
 
-std::size_t BinaryStream::readFile(char* into, std::size_t size) {
+std::size_t BinaryStream::readFile(char* into, std::size_t size) const {
     std::size_t done = 0;
     while (done < size) {
         ssize_t got = ::pread(fd_, into + done, size - done,
@@ -198,12 +199,12 @@ std::uint64_t BinaryStream::readNumber() {
         position_ = std::max(position_, length);
         return 0;
     }
-    char buffer[Width];
-    const char* at = buffer;
+    std::array<char, Width> buffer{};
+    const char* at = buffer.data();
     if (kind_ == Kind::File) {
         flushFile();
         // The file may have been cut by someone else since we measured it.
-        if (readFile(buffer, Width) < Width) {
+        if (readFile(buffer.data(), Width) < Width) {
             position_ = std::max(position_, length);
             return 0;
         }
@@ -216,9 +217,9 @@ std::uint64_t BinaryStream::readNumber() {
 
 template <int Width>
 void BinaryStream::writeNumber(std::uint64_t value) {
-    char buffer[Width];
-    byteorder::store<Width>(buffer, value, LittleEndian);
-    writeBytes(buffer, Width);
+    std::array<char, Width> buffer{};
+    byteorder::store<Width>(buffer.data(), value, LittleEndian);
+    writeBytes(buffer.data(), Width);
 }
 
 void BinaryStream::writeBytes(const char* data, std::size_t size) {
@@ -241,7 +242,7 @@ void BinaryStream::writeBytes(const char* data, std::size_t size) {
         }
         return;
     }
-    std::string& bytes = block_.get()->bytes();
+    std::string& bytes = block_->bytes();
     auto at = static_cast<std::size_t>(position_);
     if (at > bytes.size()) {
         bytes.resize(at);  // the gap reads as zeros

@@ -57,13 +57,11 @@ private:
     static Ref<BinaryStream> openFile(const String& path, int flags);
 
     void requireOpen() const;
-    const std::string& memory() const {
-        return kind_ == Kind::Text ? text_ : block_.get()->bytes();
-    }
+    const std::string& memory() const { return kind_ == Kind::Text ? text_ : block_->bytes(); }
     // At most `count` bytes from the position on; fewer at the end.
     std::string readBytes(std::int64_t count);
     // pread from the position until `size` bytes or the end of the file; returns the count read.
-    std::size_t readFile(char* into, std::size_t size);
+    std::size_t readFile(char* into, std::size_t size) const;
     void writeBytes(const char* data, std::size_t size);
     template <int Width>
     std::uint64_t readNumber();

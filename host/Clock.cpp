@@ -1,6 +1,6 @@
 #include "host/Clock.h"
 
-#include <time.h>
+#include <ctime>
 
 namespace host {
 

@@ -1,8 +1,7 @@
 #include "host/Date.h"
 
-#include <time.h>
-
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <ctime>
@@ -57,11 +56,11 @@ void setField(double& totalSeconds, int std::tm::*field, std::int64_t value, int
 String format(double totalSeconds, const char* pattern) {
     std::tm parts{};
     if (!toLocal(totalSeconds, parts)) {
-        return String();
+        return {};
     }
-    char text[64];
-    std::size_t size = std::strftime(text, sizeof text, pattern, &parts);
-    return String(std::string_view(text, size));
+    std::array<char, 64> text{};
+    std::size_t size = std::strftime(text.data(), text.size(), pattern, &parts);
+    return {std::string_view(text.data(), size)};
 }
 
 }  // namespace

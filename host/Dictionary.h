@@ -144,7 +144,7 @@ private:
     // the low bits of each byte only.
     std::size_t home(const DictionaryKey& key) const {
         return static_cast<std::size_t>(
-            (std::uint64_t{DictionaryKeyHash{}(key)} * 0x9E3779B97F4A7C15ull) >> shift_);
+            (std::uint64_t{DictionaryKeyHash{}(key)} * 0x9E3779B97F4A7C15ULL) >> shift_);
     }
 
     void place(std::size_t position) {

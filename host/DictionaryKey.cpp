@@ -7,12 +7,12 @@ namespace host {
 const String& DictionaryKey::stringValue() const {
     static const String empty;
     const String* text = std::get_if<String>(&value_);
-    return text ? *text : empty;
+    return text != nullptr ? *text : empty;
 }
 
 double DictionaryKey::doubleValue() const {
     const double* number = std::get_if<double>(&value_);
-    return number ? *number : 0.0;
+    return number != nullptr ? *number : 0.0;
 }
 
 bool operator==(const DictionaryKey& a, const DictionaryKey& b) {
@@ -31,7 +31,7 @@ std::size_t DictionaryKey::hash() const {
     }
     double number = std::get<double>(value_);
     // 0.0 and -0.0 are one key; the low bit keeps doubles apart from strings of equal hash.
-    return (std::hash<double>{}(number == 0.0 ? 0.0 : number) << 1) | 1u;
+    return (std::hash<double>{}(number == 0.0 ? 0.0 : number) << 1) | 1U;
 }
 
 }  // namespace host

@@ -12,10 +12,13 @@ namespace host {
 // a double key; strings match by the host's equality (case of letters ignored), doubles by value.
 class DictionaryKey {
 public:
-    DictionaryKey(const String& text) : value_(text) {}  // NOLINT: keys convert as in the host
-    DictionaryKey(String&& text) : value_(std::move(text)) {}  // NOLINT
-    DictionaryKey(const char* text) : value_(String(text)) {}  // NOLINT
-    DictionaryKey(double number) : value_(number) {}           // NOLINT
+    // Strings and numbers convert to keys implicitly, as in the host.
+    // NOLINTBEGIN(google-explicit-constructor)
+    DictionaryKey(const String& text) : value_(text) {}
+    DictionaryKey(String&& text) : value_(std::move(text)) {}
+    DictionaryKey(const char* text) : value_(String(text)) {}
+    DictionaryKey(double number) : value_(number) {}
+    // NOLINTEND(google-explicit-constructor)
 
     bool isString() const { return std::holds_alternative<String>(value_); }
     bool isDouble() const { return std::holds_alternative<double>(value_); }

@@ -47,7 +47,7 @@ int pollFor(pollfd* fds, nfds_t count, int timeoutMs) {
 EventPump& EventPump::instance() {
     // Never destroyed: objects that outlive main (statics, a watch's keepAlive) still unwatch
     // themselves from their destructors during exit.
-    static EventPump* pump = new EventPump;
+    static auto* pump = new EventPump;
     return *pump;
 }
 
@@ -138,7 +138,7 @@ void EventPump::dispatch(WatchId id, short revents) {
         return;
     }
     // An earlier handler may also have narrowed its interest since the poll.
-    revents &= static_cast<short>(entry->events | POLLERR | POLLHUP | POLLNVAL);
+    revents = static_cast<short>(revents & (entry->events | POLLERR | POLLHUP | POLLNVAL));
     if (revents == 0) {
         return;
     }

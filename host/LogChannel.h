@@ -13,7 +13,7 @@ class LogChannel {
 public:
     using Sink = std::function<void(const String& text, std::int64_t level)>;
 
-    static void setSink(Sink sink);
+    static void setSink(Sink next);
     static void write(const String& text, std::int64_t level);
 };
 

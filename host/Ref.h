@@ -14,13 +14,16 @@ template <class T>
 class Ref {
 public:
     Ref() = default;
-    Ref(std::nullptr_t) {}  // NOLINT: nil converts implicitly, as in the host language
+    // Nil converts implicitly, as in the host language.
+    // NOLINTNEXTLINE(google-explicit-constructor)
+    Ref(std::nullptr_t) {}
     explicit Ref(std::shared_ptr<T> object) : object_(std::move(object)) {}
-    // Constrained, so that other classes do not look convertible and a == b between a class and
-    // its subclass has one candidate.
+    // An upcast is implicit, as in the host. Constrained, so that other classes do not look
+    // convertible and a == b between a class and its subclass has one candidate.
+    // NOLINTBEGIN(google-explicit-constructor)
     template <class U>
-    requires std::convertible_to<U*, T*> Ref(const Ref<U>& other)
-        : object_(other.shared()) {}  // NOLINT: upcast, as in the host
+    requires std::convertible_to<U*, T*> Ref(const Ref<U>& other) : object_(other.shared()) {}
+    // NOLINTEND(google-explicit-constructor)
 
     T* operator->() const { return &checked(); }
     T& operator*() const { return checked(); }

@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 #include <execinfo.h>
 
+#include <array>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -35,9 +36,9 @@ bool isRaiseFrame(const std::string& frame) {
 }
 
 Array<String> captureStack() {
-    void* frames[kMaxFrames];
-    int count = backtrace(frames, kMaxFrames);
-    std::unique_ptr<char*, decltype(&std::free)> symbols(backtrace_symbols(frames, count),
+    std::array<void*, kMaxFrames> frames{};
+    int count = backtrace(frames.data(), kMaxFrames);
+    std::unique_ptr<char*, decltype(&std::free)> symbols(backtrace_symbols(frames.data(), count),
                                                          &std::free);
     Array<String> stack;
     if (!symbols) {

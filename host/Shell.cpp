@@ -1,13 +1,14 @@
 #include "host/Shell.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -64,20 +65,20 @@ bool setNonBlocking(int fd) {
 
 // Reads what the pipe holds, up to `limit` bytes; true once no writer is left.
 bool readPipe(int fd, std::string& into, std::size_t limit) {
-    char buffer[16 * 1024];
+    std::array<char, std::size_t{16} * 1024> buffer;  // filled by read(), so left uninitialised
     std::size_t total = 0;
     while (total < limit) {
-        ssize_t count = ::read(fd, buffer, sizeof buffer);
+        ssize_t count = ::read(fd, buffer.data(), buffer.size());
         if (count > 0) {
-            into.append(buffer, static_cast<std::size_t>(count));
+            into.append(buffer.data(), static_cast<std::size_t>(count));
             total += static_cast<std::size_t>(count);
-        } else if (count == 0) {
-            return true;
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            return false;
-        } else if (errno != EINTR) {
-            return true;  // a broken pipe reads as its end
+            continue;
         }
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        // The end, or a broken pipe, which reads as its end; only an empty pipe is not.
+        return count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
     }
     return false;
 }
@@ -152,8 +153,8 @@ Shell::Child::~Child() {
 // False when the child could not be started; nothing runs then, and the destructor closes what
 // was opened.
 bool Shell::Child::spawn(const std::vector<std::string>& argv, bool searchPath, bool withInput) {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         return false;
     }
     output = UniqueFd(ends[0]);
@@ -164,7 +165,7 @@ bool Shell::Child::spawn(const std::vector<std::string>& argv, bool searchPath, 
     }
     UniqueFd childInput;
     if (withInput) {
-        if (::pipe2(ends, O_CLOEXEC) != 0) {
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
             return false;
         }
         childInput = UniqueFd(ends[0]);
@@ -327,8 +328,9 @@ void Shell::waitFor(Child& child) {
     bool exited = false;
     while (!exited) {
         // A closed output is -1, which poll() skips.
-        pollfd fds[2] = {{child.pidfd.get(), POLLIN, 0}, {child.output.get(), POLLIN, 0}};
-        if (::poll(fds, 2, -1) < 0) {
+        std::array<pollfd, 2> fds{
+            {{child.pidfd.get(), POLLIN, 0}, {child.output.get(), POLLIN, 0}}};
+        if (::poll(fds.data(), fds.size(), -1) < 0) {
             if (errno == EINTR) {
                 continue;
             }

@@ -2,11 +2,12 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 
 namespace host::Spawn {
 
@@ -21,7 +22,7 @@ struct Request {
 };
 
 // Only this thread spawns, and the parent sleeps while the child runs on it.
-alignas(64) char childStack[64 * 1024];
+alignas(64) std::array<char, std::size_t{64} * 1024> childStack;
 
 // dup2 onto itself would leave close-on-exec set.
 int moveTo(int fd, int target) {
@@ -73,7 +74,7 @@ Started start(const std::string& path, const std::vector<std::string>& argv, int
     sigfillset(&all);
     ::pthread_sigmask(SIG_BLOCK, &all, &previous);
     int pidfd = -1;
-    const pid_t pid = ::clone(childMain, childStack + sizeof childStack,
+    const pid_t pid = ::clone(childMain, childStack.data() + childStack.size(),
                               CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD, &request, &pidfd);
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     if (pid < 0) {

@@ -37,10 +37,10 @@ bool String::equalFolded(std::string_view a, std::string_view b) {
 
 std::size_t String::hashFolded(std::string_view text) {
     // FNV-1a over the folded bytes: no allocation on lookups.
-    std::size_t hash = 14695981039346656037ull;
+    std::size_t hash = 14695981039346656037ULL;
     for (char c : text) {
         hash ^= foldAscii(static_cast<unsigned char>(c));
-        hash *= 1099511628211ull;
+        hash *= 1099511628211ULL;
     }
     return hash;
 }

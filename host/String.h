@@ -16,8 +16,11 @@ namespace host {
 class String {
 public:
     String() = default;
-    String(const char* text) : bytes_(text), encoding_(TextEncoding::UTF8) {}       // NOLINT
-    String(std::string_view text) : bytes_(text), encoding_(TextEncoding::UTF8) {}  // NOLINT
+    // Text converts implicitly, as literals do in the host language.
+    // NOLINTBEGIN(google-explicit-constructor)
+    String(const char* text) : bytes_(text), encoding_(TextEncoding::UTF8) {}
+    String(std::string_view text) : bytes_(text), encoding_(TextEncoding::UTF8) {}
+    // NOLINTEND(google-explicit-constructor)
     explicit String(std::string bytes, TextEncoding encoding = TextEncoding::None)
         : bytes_(std::move(bytes)), encoding_(encoding) {}
 

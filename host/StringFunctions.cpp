@@ -1,6 +1,7 @@
 #include "host/StringFunctions.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -136,46 +137,6 @@ void appendUtf8(std::string& out, char32_t cp) {
     }
 }
 
-// Length of the well-formed UTF-8 sequence at offset i, with its code point; 0 when the bytes
-// there are not one (overlong forms, surrogates and values past U+10FFFF included).
-std::size_t decodeUtf8(std::string_view s, std::size_t i, char32_t& cp) {
-    auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[i + k]); };
-    unsigned char lead = byte(0);
-    if (lead < 0x80) {
-        cp = lead;
-        return 1;
-    }
-    std::size_t length;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2;
-        cp = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3;
-        cp = lead & 0x0F;
-        low = lead == 0xE0 ? 0xA0 : 0x80;
-        high = lead == 0xED ? 0x9F : 0xBF;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4;
-        cp = lead & 0x07;
-        low = lead == 0xF0 ? 0x90 : 0x80;
-        high = lead == 0xF4 ? 0x8F : 0xBF;
-    } else {
-        return 0;
-    }
-    if (s.size() - i < length || byte(1) < low || byte(1) > high) {
-        return 0;
-    }
-    for (std::size_t k = 1; k < length; ++k) {
-        if (!isContinuation(s[i + k])) {
-            return 0;
-        }
-        cp = (cp << 6) | (byte(k) & 0x3F);
-    }
-    return length;
-}
-
 bool isValidUtf8(std::string_view s) {
     char32_t cp;
     for (std::size_t i = 0; i < s.size();) {
@@ -262,6 +223,19 @@ std::size_t skipDigits(std::string_view s, std::size_t i) {
     return i;
 }
 
+// End of the exponent ("e", an optional sign, digits) that starts at i; i when there is none.
+std::size_t skipExponent(std::string_view s, std::size_t i) {
+    if (i >= s.size() || (s[i] != 'e' && s[i] != 'E')) {
+        return i;
+    }
+    std::size_t digitsStart = i + 1;
+    if (digitsStart < s.size() && (s[digitsStart] == '-' || s[digitsStart] == '+')) {
+        ++digitsStart;
+    }
+    std::size_t digitsEnd = skipDigits(s, digitsStart);
+    return digitsEnd > digitsStart ? digitsEnd : i;
+}
+
 // from_chars leaves the value alone when it is out of range; the decimal exponent of the first
 // significant digit tells overflow (infinity) from underflow (zero).
 double outOfRange(std::string_view mantissa, std::string_view exponent) {
@@ -279,6 +253,44 @@ double outOfRange(std::string_view mantissa, std::string_view exponent) {
 }
 
 }  // namespace
+
+std::size_t decodeUtf8(std::string_view s, std::size_t i, char32_t& cp) {
+    auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[i + k]); };
+    unsigned char lead = byte(0);
+    if (lead < 0x80) {
+        cp = lead;
+        return 1;
+    }
+    std::size_t length;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+        cp = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        cp = lead & 0x0F;
+        low = lead == 0xE0 ? 0xA0 : 0x80;
+        high = lead == 0xED ? 0x9F : 0xBF;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        cp = lead & 0x07;
+        low = lead == 0xF0 ? 0x90 : 0x80;
+        high = lead == 0xF4 ? 0x8F : 0xBF;
+    } else {
+        return 0;
+    }
+    if (s.size() - i < length || byte(1) < low || byte(1) > high) {
+        return 0;
+    }
+    for (std::size_t k = 1; k < length; ++k) {
+        if (!isContinuation(s[i + k])) {
+            return 0;
+        }
+        cp = (cp << 6) | (byte(k) & 0x3F);
+    }
+    return length;
+}
 
 std::int64_t LenB(const String& text) {
     return static_cast<std::int64_t>(text.size());
@@ -329,18 +341,19 @@ String Chr(std::int64_t codePoint) {
 }
 
 String Str(std::int64_t n) {
-    char buffer[24];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, n);
-    return fromChars(buffer, result.ptr, TextEncoding::UTF8);
+    std::array<char, 24> buffer{};
+    auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), n);
+    return fromChars(buffer.data(), result.ptr, TextEncoding::UTF8);
 }
 
 String Str(double n) {
     if (std::trunc(n) == n && std::fabs(n) < 1e15) {
         return Str(static_cast<std::int64_t>(n));
     }
-    char buffer[32];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, n, std::chars_format::general, 7);
-    return fromChars(buffer, result.ptr, TextEncoding::UTF8);
+    std::array<char, 32> buffer{};
+    auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), n,
+                                std::chars_format::general, 7);
+    return fromChars(buffer.data(), result.ptr, TextEncoding::UTF8);
 }
 
 // Rounds the shortest decimal that reads back as the value, so that 2.675 gives 2.68 as
@@ -354,9 +367,10 @@ String Format(double value, const String& pattern) {
         return Str(value);
     }
     // The longest fixed form, of a value near the smallest normal double, is under 330 chars.
-    char buffer[400];
-    char* end = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed).ptr;
-    std::string_view fixed(buffer, static_cast<std::size_t>(end - buffer));
+    std::array<char, 400> buffer{};
+    auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
+                                std::chars_format::fixed);
+    std::string_view fixed(buffer.data(), static_cast<std::size_t>(result.ptr - buffer.data()));
     bool negative = fixed.starts_with('-');
     fixed.remove_prefix(negative ? 1 : 0);
     std::size_t point = std::min(fixed.find('.'), fixed.size());
@@ -418,18 +432,8 @@ double Val(const String& text) {
         return 0.0;
     }
     std::size_t mantissaEnd = i;
-    std::size_t exponentStart = i;
-    if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
-        std::size_t digitsStart = i + 1;
-        if (digitsStart < s.size() && (s[digitsStart] == '-' || s[digitsStart] == '+')) {
-            ++digitsStart;
-        }
-        std::size_t digitsEnd = skipDigits(s, digitsStart);
-        if (digitsEnd > digitsStart) {
-            exponentStart = i + 1;
-            i = digitsEnd;
-        }
-    }
+    i = skipExponent(s, i);
+    std::size_t exponentStart = i > mantissaEnd ? mantissaEnd + 1 : mantissaEnd;
     double value = 0.0;
     if (std::from_chars(s.data() + start, s.data() + i, value).ec ==
         std::errc::result_out_of_range) {
@@ -448,15 +452,15 @@ std::int64_t truncateToInt64(double value) {
 }
 
 String Hex(std::int64_t n) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
+    static constexpr std::string_view kDigits = "0123456789ABCDEF";
     auto bits = static_cast<std::uint64_t>(n);
-    char buffer[16];
-    char* first = buffer + sizeof buffer;
+    std::array<char, 16> buffer{};
+    char* first = buffer.data() + buffer.size();
     do {
         *--first = kDigits[bits & 0xF];
         bits >>= 4;
     } while (bits != 0);
-    return fromChars(first, buffer + sizeof buffer, TextEncoding::None);
+    return fromChars(first, buffer.data() + buffer.size(), TextEncoding::None);
 }
 
 String NthField(const String& text, const String& separator, std::int64_t n) {
@@ -555,7 +559,7 @@ String ReplaceAll(const String& text, const String& find, const String& replacem
 }
 
 String EndOfLine() {
-    return String("\n");
+    return {"\n"};
 }
 
 String DefineEncoding(const String& text, TextEncoding encoding) {

@@ -31,6 +31,10 @@ String Mid(const String& text, std::int64_t start, std::int64_t length);
 // The character of a code point, as UTF-8.
 String Chr(std::int64_t codePoint);
 
+// Length of the well-formed UTF-8 sequence at offset i, with its code point in cp; 0 when the
+// bytes there are not one (overlong forms, surrogates and values past U+10FFFF included).
+std::size_t decodeUtf8(std::string_view s, std::size_t i, char32_t& cp);
+
 // Plain decimal digits; a double without fraction has no point.
 String Str(std::int64_t n);
 String Str(double n);

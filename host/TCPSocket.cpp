@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -233,7 +234,7 @@ void TCPSocket::postFailure(std::string message, int error) {
     // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell, and the
     // registry shows whether it still exists.
     EventPump::instance().post([this] {
-        if (liveSockets().count(this) != 0) {
+        if (liveSockets().contains(this)) {
             deliverPending();
         }
     });
@@ -250,12 +251,12 @@ void TCPSocket::deliverPending() {
 }
 
 void TCPSocket::readAvailable(int& error, bool& closed) {
-    char buffer[64 * 1024];
+    std::array<char, std::size_t{64} * 1024> buffer;  // filled by recv(), so left uninitialised
     std::size_t total = 0;
     while (total < kReadPerTurn) {
-        ssize_t count = ::recv(fd_, buffer, sizeof buffer, 0);
+        ssize_t count = ::recv(fd_, buffer.data(), buffer.size(), 0);
         if (count > 0) {
-            received_.append(buffer, static_cast<std::size_t>(count));
+            received_.append(buffer.data(), static_cast<std::size_t>(count));
             total += static_cast<std::size_t>(count);
         } else if (count == 0) {
             closed = true;

@@ -34,8 +34,8 @@ void OpenAmbrelisConnection(const host::String& address, std::int64_t port,
 }
 
 bool WaitForAmbrelisConnection(std::int64_t timeoutSeconds) {
-    const double start = static_cast<double>(host::Ticks());
-    const double limit = static_cast<double>(timeoutSeconds * kTicksPerSecond);
+    const auto start = static_cast<double>(host::Ticks());
+    const auto limit = static_cast<double>(timeoutSeconds * kTicksPerSecond);
     // A refused connection never turns connected, so the wait then runs to its limit.
     while (!AmbrelisSocket->IsConnected() && limit > static_cast<double>(host::Ticks()) - start) {
         host::ConsoleApplication::DoEvents(kWaitTurnMilliseconds);
@@ -44,9 +44,9 @@ bool WaitForAmbrelisConnection(std::int64_t timeoutSeconds) {
     return AmbrelisSocket->IsConnected();
 }
 
-void ErrorPacketReceived(const cAmbrelisCommand&) {}
+void ErrorPacketReceived(const cAmbrelisCommand& /*cmd*/) {}
 
-void LogCommandReceived(const cAmbrelisCommand&) {}
+void LogCommandReceived(const cAmbrelisCommand& /*cmd*/) {}
 
 namespace {
 const bool kReaderHooksInstalled =

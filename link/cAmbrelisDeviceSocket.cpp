@@ -21,7 +21,7 @@ void cAmbrelisDeviceSocket::Event_Connected() {
     Globals::writelog("Tamsvale ISF connecting...", 2);
 }
 
-void cAmbrelisDeviceSocket::Event_Error(const host::RuntimeException&) {
+void cAmbrelisDeviceSocket::Event_Error(const host::RuntimeException& /*err*/) {
     host::Print(host::Chr(13) + "Ambrelis Pipe Error" + host::Chr(13));
     Globals::DoQuit = true;
 }

@@ -15,6 +15,40 @@ constexpr double kForgetArpHostSeconds = 3600.0;
 // A present unit host is pinged again only after this long.
 constexpr double kRepingUnitHostSeconds = 300.0;
 
+// Pings every host that is due and forgets arp hosts silent for too long.
+void pingWhatIsDue(const host::Ref<host::Dictionary<host::Ref<cDevice>>>& hosts) {
+    const host::Date now;
+    // DoPing may pump, and handlers then add and remove keys: walk a snapshot, test each key
+    // before use, and hold no device across keys.
+    const auto keys = hosts->Keys();
+    for (const auto& key : keys) {
+        if (!hosts->HasKey(key)) {
+            continue;
+        }
+        const host::Ref<cDevice> device = hosts->Value(key);
+        if (device->useArpTiming) {
+            device->DoPing();
+            // The state of earlier pings: the one just started has not ended.
+            if (!device->available && device->LastGoodPing &&
+                now.TotalSeconds() - device->LastGoodPing->TotalSeconds() > kForgetArpHostSeconds) {
+                hosts->Remove(key);
+            }
+        } else {
+            const bool due =
+                device->lastPing.IsNil() ||
+                (device->available &&
+                 now.TotalSeconds() - device->lastPing->TotalSeconds() > kRepingUnitHostSeconds) ||
+                !device->available;
+            if (due) {
+                if (Globals::DebugMode) {
+                    Globals::writelog("pinging remote host:  " + device->MyIPAddress, 2);
+                }
+                device->DoPing();
+            }
+        }
+    }
+}
+
 }  // namespace
 
 void cScanner::Constructor() {
@@ -29,7 +63,7 @@ void cScanner::DoScan() {
     }
     host::SystemTools::broadcastPing(*shell);
     enterArpLines(host::SystemTools::neighbourTable(*shell));
-    pingWhatIsDue();
+    pingWhatIsDue(HostDict);
 }
 
 String cScanner::GetMacAddress(const String& line) {
@@ -52,39 +86,6 @@ void cScanner::enterArpLines(const String& table) {
             auto device = host::New<cDevice>();
             HostDict->SetValue(mac, device);
             device->LoadFromArpLine(line);
-        }
-    }
-}
-
-void cScanner::pingWhatIsDue() {
-    const host::Date now;
-    // DoPing may pump, and handlers then add and remove keys: walk a snapshot, test each key
-    // before use, and hold no device across keys.
-    const auto keys = HostDict->Keys();
-    for (const auto& key : keys) {
-        if (!HostDict->HasKey(key)) {
-            continue;
-        }
-        const host::Ref<cDevice> device = HostDict->Value(key);
-        if (device->useArpTiming) {
-            device->DoPing();
-            // The state of earlier pings: the one just started has not ended.
-            if (!device->available && device->LastGoodPing &&
-                now.TotalSeconds() - device->LastGoodPing->TotalSeconds() > kForgetArpHostSeconds) {
-                HostDict->Remove(key);
-            }
-        } else {
-            const bool due =
-                device->lastPing.IsNil() ||
-                (device->available &&
-                 now.TotalSeconds() - device->lastPing->TotalSeconds() > kRepingUnitHostSeconds) ||
-                !device->available;
-            if (due) {
-                if (Globals::DebugMode) {
-                    Globals::writelog("pinging remote host:  " + device->MyIPAddress, 2);
-                }
-                device->DoPing();
-            }
         }
     }
 }

@@ -26,5 +26,4 @@ public:
 
 private:
     void enterArpLines(const host::String& table);
-    void pingWhatIsDue();
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "host/Array.h"
 #include "host/BinaryStream.h"
@@ -63,7 +64,8 @@ public:
                                   const host::Ref<CXML>& child);
     virtual void removeObject(const host::String& key);
     // The second argument is taken and never looked at.
-    virtual void loadFromFile(const host::Ref<host::FolderItem>& file, const host::Ref<CXML>&);
+    virtual void loadFromFile(const host::Ref<host::FolderItem>& file,
+                              const host::Ref<CXML>& second);
     virtual void SaveToPlistDEP(const host::Ref<CXML>& target);
     virtual bool SaveToFile(const host::Ref<host::FolderItem>& file);
     virtual void setEncryptedStringValue(const host::String& key, const host::String& value);
@@ -113,7 +115,7 @@ public:
     host::String LastArrayName;
 
 private:
-    static constexpr char kMagic[] = "Mfrq";
+    static constexpr std::string_view kMagic = "Mfrq";
     // "en" and a zero byte: what opens a hidden string.
     static const host::String& hiddenMark();
     static host::String convertRule(const host::String& text);

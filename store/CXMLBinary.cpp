@@ -1,6 +1,7 @@
 // The byte stream: an object is the header "Mfrq", version 0x41, byte order, two blanks; then
 // records tagged V (key and value) or O (a child's name and a whole object); then the tag E.
 // Strings are a 32-bit byte count and the bytes.
+#include <array>
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -24,9 +25,9 @@ constexpr std::uint8_t kEndTag = 0x45;
 
 // Only the low 32 bits of a length are kept, unchecked.
 void appendText(std::string& out, const host::String& text) {
-    char length[4];
-    host::byteorder::store<4>(length, static_cast<std::uint32_t>(text.size()), true);
-    out.append(length, sizeof length);
+    std::array<char, 4> length{};
+    host::byteorder::store<4>(length.data(), static_cast<std::uint32_t>(text.size()), true);
+    out.append(length.data(), length.size());
     out.append(text.bytes());
 }
 
@@ -42,7 +43,7 @@ host::String readText(host::BinaryStream& in, host::TextEncoding encoding) {
 void CXML::SaveToBinaryData(const host::Ref<host::BinaryStream>& stream) {
     host::checkStack();
     host::BinaryStream& out = *stream;
-    std::string buffer = kMagic;
+    std::string buffer(kMagic);
     buffer += static_cast<char>(kVersion);
     buffer += static_cast<char>(kLittleEndian);
     buffer += "  ";
@@ -114,11 +115,12 @@ std::int64_t CXML::storedSize() {
     host::checkStack();
     std::int64_t size = 9;  // header and end tag
     for (std::int64_t i = 0; i < Values.Count(); ++i) {
-        size += 9 + Values.Key(i).stringValue().size() + Values.valueAt(i).size();
+        size += 9 + static_cast<std::int64_t>(Values.Key(i).stringValue().size() +
+                                              Values.valueAt(i).size());
     }
     for (const host::Ref<CXML>& child : containers_) {
         if (child) {
-            size += 5 + child->name_.size() + child->storedSize();
+            size += 5 + static_cast<std::int64_t>(child->name_.size()) + child->storedSize();
         }
     }
     return size;

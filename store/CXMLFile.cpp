@@ -11,7 +11,8 @@
 #include "store/CXML.h"
 
 // The file is read whole and closed before it is parsed.
-void CXML::loadFromFile(const host::Ref<host::FolderItem>& file, const host::Ref<CXML>&) {
+void CXML::loadFromFile(const host::Ref<host::FolderItem>& file,
+                        const host::Ref<CXML>& /*second*/) {
     host::Ref<host::BinaryStream> stream = host::BinaryStream::Open(file->ShellPath());
     if (!stream) {
         return;

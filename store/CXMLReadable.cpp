@@ -51,8 +51,8 @@ host::String CXML::DecodeXMLString(const host::String& text) {
     return host::ReplaceAll(text, "_", " ");
 }
 
-void CXML::SaveToPlistDEP(const host::Ref<CXML>&) {}
+void CXML::SaveToPlistDEP(const host::Ref<CXML>& /*target*/) {}
 
 host::String CXML::SaveToPlistStringDEP() {
-    return host::String();
+    return {};
 }

@@ -37,7 +37,7 @@ host::String* CXML::storedText(const host::String& key) {
 host::String CXML::GetStringValue(const host::String& key) {
     const host::String* stored = storedText(key);
     if (stored == nullptr) {
-        return host::String();
+        return {};
     }
     host::String s = *stored;
     if (host::LeftB(s, 3) == hiddenMark()) {

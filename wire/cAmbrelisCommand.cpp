@@ -2,7 +2,8 @@
 #include "wire/cAmbrelisCommand.h"
 
 #include <algorithm>
-#include <cstring>
+#include <array>
+#include <bit>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,8 +49,8 @@ std::int64_t byteValue(const host::String& packet, std::size_t offset) {
 }
 
 // Low-battery forms of a command, and the command they stand for.
-constexpr std::pair<std::int64_t, std::int64_t> kLowBatteryForms[] = {
-    {5, 4}, {85, 84}, {1, 0}, {81, 80}};
+constexpr auto kLowBatteryForms =
+    std::to_array<std::pair<std::int64_t, std::int64_t>>({{5, 4}, {85, 84}, {1, 0}, {81, 80}});
 
 }  // namespace
 
@@ -62,7 +63,7 @@ bool cAmbrelisCommand::InitFromCommonMessage(const host::String& packet) {
     Header = byteText(packet, 0);
     if (Header == "E") {
         Code = byteText(packet, kCodeAt);
-        if (hooks.errorPacketReceived) {
+        if (hooks.errorPacketReceived != nullptr) {
             hooks.errorPacketReceived(*this);
         }
         return false;
@@ -81,7 +82,7 @@ bool cAmbrelisCommand::InitFromCommonMessage(const host::String& packet) {
         } else {
             LogMessage = bytesAt(packet, 3);
         }
-        if (hooks.logCommandReceived) {
+        if (hooks.logCommandReceived != nullptr) {
             hooks.logCommandReceived(*this);
         }
         return true;
@@ -110,7 +111,7 @@ bool cAmbrelisCommand::InitFromCommonMessage(const host::String& packet) {
     }
     param1 = byteValue(packet, kParam1At);
     param2 = byteValue(packet, kParam2At);
-    if (InterfaceType == "P" && hooks.signalStrength) {
+    if (InterfaceType == "P" && hooks.signalStrength != nullptr) {
         *hooks.signalStrength = byteValue(packet, kSignalAt);
     }
     if (Header == "M") {
@@ -160,9 +161,9 @@ host::String cAmbrelisCommand::writeCommonForm() {
     body += Address2.bytes();
 
     if (Command == "Z") {
-        char measurement[sizeof DoubleMeasurement];
-        std::memcpy(measurement, &DoubleMeasurement, sizeof measurement);
-        body.append(measurement, sizeof measurement);
+        const auto measurement =
+            std::bit_cast<std::array<char, sizeof DoubleMeasurement>>(DoubleMeasurement);
+        body.append(measurement.data(), measurement.size());
     } else {
         if (Command == "A") {
             body += byteOf(level);
@@ -193,9 +194,14 @@ void cAmbrelisCommand::SetFlag(const host::String& number) {
 }
 
 void cAmbrelisCommand::ParseFlags() {
-    const std::pair<std::int64_t, bool*> bits[] = {
-        {0x80, &fDoTransmit}, {0x40, &fCCM},         {0x20, &fAddressOnly}, {0x10, &fCommandOnly},
-        {0x08, &fWireless},   {0x04, &fPassThrough}, {0x02, &fStacked}};
+    using FlagBit = std::pair<std::int64_t, bool*>;
+    const auto bits = std::to_array<FlagBit>({{0x80, &fDoTransmit},
+                                              {0x40, &fCCM},
+                                              {0x20, &fAddressOnly},
+                                              {0x10, &fCommandOnly},
+                                              {0x08, &fWireless},
+                                              {0x04, &fPassThrough},
+                                              {0x02, &fStacked}});
     for (const auto& [mask, flag] : bits) {
         if ((Flags & mask) != 0) {
             *flag = true;

@@ -12,6 +12,8 @@
 // type letter, or a multi-packet, a bag of four-byte keys with byte-string values
 // (isMultiPacket). All fields are byte strings; comparisons use the host's equality, so the case
 // of letters does not matter.
+// The fields keep the order in which the message's properties are declared, padding or not.
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 class cAmbrelisCommand {
 public:
     // Where the reader reports error and log packets and the signal strength byte. The link

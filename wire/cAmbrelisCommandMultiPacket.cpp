@@ -1,6 +1,7 @@
 // The multi-packet: "J", a 16-bit total length, a flag byte, then pairs of a four-byte key, a
 // 16-bit value length and the value. Lengths wider than 16 bits keep their low bits.
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 #include "host/ByteOrder.h"
@@ -23,9 +24,9 @@ host::String padKey(std::string_view key) {
 }
 
 void appendUInt16(std::string& out, std::size_t value) {
-    char bytes[kLengthSize];
-    host::byteorder::store<kLengthSize>(bytes, value, true);
-    out.append(bytes, kLengthSize);
+    std::array<char, kLengthSize> bytes{};
+    host::byteorder::store<kLengthSize>(bytes.data(), value, true);
+    out.append(bytes.data(), bytes.size());
 }
 
 std::size_t readLength(std::string_view bytes, std::size_t at, bool littleEndian) {
@@ -56,7 +57,7 @@ void cAmbrelisCommand::SetMulti(const host::String& key, const host::String& val
 
 host::String cAmbrelisCommand::GetMulti(const host::String& key) const {
     const host::String* value = MultiDict->lookup(padKey(key.view()));
-    return value ? *value : host::String();
+    return value != nullptr ? *value : host::String();
 }
 
 host::Array<host::String> cAmbrelisCommand::GetKeys() const {

@@ -130,18 +130,20 @@ void cAmbrelisCommand::SetUnitCode(std::int64_t unit) {
 host::String cAmbrelisCommand::GetCommandCodeDescription() const {
     if (Header == "N") {
         const char* text = describe(ninjaCommands(), Command);
-        return text ? host::String(text) : "UNKNOWN Ninja command (" + firstByteHex(Command) + ")";
+        return text != nullptr ? host::String(text)
+                               : "UNKNOWN Ninja command (" + firstByteHex(Command) + ")";
     }
     if (fCCM) {
         const char* text = describe(controlCommands(), Command);
-        return text ? text : "Unknown CCM code";
+        return text != nullptr ? text : "Unknown CCM code";
     }
     const char* text = describe(unitCommands(), Command);
-    return text ? host::String(text)
-                : "UNKNOWN COMMAND CODE: (" + Command + ") 0x" + firstByteHex(Command);
+    return text != nullptr ? host::String(text)
+                           : "UNKNOWN COMMAND CODE: (" + Command + ") 0x" + firstByteHex(Command);
 }
 
 host::String cAmbrelisCommand::GetErrorCodeDescription() const {
     const char* text = describe(errorCodes(), Code);
-    return text ? host::String(text) : "UNKNOWN ERROR CODE: (" + Code + ") 0x" + firstByteHex(Code);
+    return text != nullptr ? host::String(text)
+                           : "UNKNOWN ERROR CODE: (" + Code + ") 0x" + firstByteHex(Code);
 }
