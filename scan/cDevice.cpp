@@ -47,6 +47,16 @@ void cDevice::Event_Completed() {
     }
 }
 
+String cDevice::pingedAddressIn(const String& output) {
+    // The blank before "ping statistics" stays part of the address.
+    return host::NthField(host::NthField(output, "ping statistics", 1), "--- ", 2);
+}
+
+String cDevice::averageTimeIn(const String& output) {
+    return host::NthField(host::NthField(host::NthField(output, "round-trip", 2), " = ", 2), "/",
+                          2);
+}
+
 void cDevice::goodPing(const String& output) {
     if (Globals::DebugMode) {
         Globals::writelog(MyIPAddress + " is available on the network.", 2);
@@ -58,11 +68,8 @@ void cDevice::goodPing(const String& output) {
         SendONCommand(firstScan);
     }
 
-    // The blank before "ping statistics" stays part of the address.
-    const String reportedAddress =
-        host::NthField(host::NthField(output, "ping statistics", 1), "--- ", 2);
-    const String averageTime =
-        host::NthField(host::NthField(host::NthField(output, "round-trip", 2), " = ", 2), "/", 2);
+    const String reportedAddress = pingedAddressIn(output);
+    const String averageTime = averageTimeIn(output);
 
     const bool addressChanged = reportedAddress != lastSendIPADrress;
     const bool timeChanged = averageTime != lastAverageTime;
@@ -80,7 +87,6 @@ void cDevice::goodPing(const String& output) {
         if (timeChanged) {
             report->SetMulti("UPN" + host::Str(n), "response time");
             report->SetMulti("UPV" + host::Str(n), averageTime);
-            n += 1;
             lastAverageTime = averageTime;
         }
         report->SetMulti("addr", reportAddress());

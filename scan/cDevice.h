@@ -29,6 +29,11 @@ public:
     virtual void LoadFromArpLine(const host::String& line);
     virtual void loadFromAmbrelisUnit(const host::Ref<CXML>& unit);
 
+    // The two fields a good ping's output is cut into: the address that ping named, with the
+    // blank before "ping statistics", and the average response time.
+    static host::String pingedAddressIn(const host::String& output);
+    static host::String averageTimeIn(const host::String& output);
+
 private:
     void goodPing(const host::String& output);
     void badPing();

@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include "store/CXML.h"
+#include "tools/sim/ControllerMessages.h"
+#include "tools/sim/UnitList.h"
+#include "wire/cAmbrelisCommand.h"
+
+namespace {
+
+// Each line follows a comment, a blank line and a good unit with id 1, so it is line 4.
+struct LineCase {
+    const char* line;
+    const char* problem;  // nullptr: the line is taken
+};
+
+const LineCase kLines[] = {
+    {"2, Router, 192.168.1.1", nullptr},
+    {"  7 ,\tPhone X , 02:FC:3a:11:9E:40 \r", nullptr},
+    {"3, NAS, nas-1.home.lan", nullptr},
+    {"# 2, commented out, nonsense", nullptr},
+    {"2, Router", "expected uniqueid, name, address: found 2 fields"},
+    {"2, a,b, 10.0.0.1", "expected uniqueid, name, address: found 4 fields"},
+    {"0, a, 10.0.0.1", "uniqueid \"0\" is not a whole number from 1 to 9007199254740991"},
+    {"-2, a, 10.0.0.1", "uniqueid \"-2\" is not a whole number from 1 to 9007199254740991"},
+    {"2.5, a, 10.0.0.1", "uniqueid \"2.5\" is not a whole number from 1 to 9007199254740991"},
+    {"9007199254740992, a, 10.0.0.1",
+     "uniqueid \"9007199254740992\" is not a whole number from 1 to 9007199254740991"},
+    {"1, Again, 10.0.0.1", "uniqueid 1 is already used"},
+    {"2, , 10.0.0.1", "name is empty"},
+    {"2, a,", "address is empty"},
+    {"2, a, 10.0.1", "address \"10.0.1\" is not an IPv4 address"},
+    {"2, a, 10.0.0.256", "address \"10.0.0.256\" is not an IPv4 address"},
+    {"2, a, 02:fc:3a:11:9e",
+     "address \"02:fc:3a:11:9e\" is not a hardware address (six two-digit hex groups joined by "
+     "colons)"},
+    {"2, a, 2:fc:3a:11:9e:40",
+     "address \"2:fc:3a:11:9e:40\" is not a hardware address (six two-digit hex groups joined by "
+     "colons)"},
+    {"2, a, -c", "address \"-c\" is not a host name"},
+    {"2, a, my_host", "address \"my_host\" is not a host name"},
+};
+
+TEST(UnitListTest, UnitsFileLinesAreTakenOrReportedWithFileAndLine) {
+    char path[] = "/tmp/units-XXXXXX";
+    const int fd = ::mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    for (const LineCase& c : kLines) {
+        std::ofstream(path) << "# id, name, address\n\n1, Gateway, 10.0.0.1\n" << c.line << "\n";
+        sim::UnitList units;
+        const auto problem = units.addFile(path);
+        if (c.problem == nullptr) {
+            EXPECT_EQ(problem, std::nullopt) << c.line;
+        } else {
+            EXPECT_EQ(problem, std::string(path) + ":4: " + c.problem) << c.line;
+        }
+    }
+    ::unlink(path);
+}
+
+TEST(UnitListTest, TheUnitListReadsBackFromTheSetUnitsMessage) {
+    sim::UnitList units;
+    ASSERT_EQ(units.addUnit("12, Küche, 02:fc:3a:11:9e:40"), std::nullopt);
+    ASSERT_EQ(units.addUnit("3, NAS, nas.lan"), std::nullopt);
+    EXPECT_EQ(units.findByAddress("02:FC:3A:11:9E:40"), &units.units()[0]);
+
+    cAmbrelisCommand message;
+    message.Constructor();
+    ASSERT_TRUE(message.initFromMultiPacket(
+        host::String(sim::ControllerMessages::setUnits(units.toData()))));
+    EXPECT_EQ(message.GetMulti("mcmd").bytes(), "setUnits");
+
+    CXML list;
+    list.Constructor();
+    list.loadFromString(message.GetMulti("DATA"));
+    ASSERT_EQ(list.GetContainerCount("unit"), 2);
+    const auto first = list.GetContainer("unit", 1);
+    EXPECT_EQ(first->GetDoubleValue("uniqueid"), 12.0);
+    EXPECT_EQ(first->GetStringValue("Name").bytes(), "Küche");
+    EXPECT_EQ(first->GetStringValue("Address").bytes(), "02:fc:3a:11:9e:40");
+    const auto second = list.GetContainer("unit", 2);
+    EXPECT_EQ(second->GetDoubleValue("uniqueid"), 3.0);
+    EXPECT_EQ(second->GetStringValue("Address").bytes(), "nas.lan");
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "tools/sim/PresenceTable.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace sim {
+
+namespace {
+
+std::string folded(std::string_view text) {
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return out;
+}
+
+}  // namespace
+
+PresenceTable::PresenceTable(const UnitList& units, std::size_t logLines)
+    : units_(units), logLines_(logLines) {
+    for (const SimUnit& unit : units.units()) {
+        row(unit.address);
+    }
+}
+
+PresenceTable::Row& PresenceTable::row(std::string_view address) {
+    const auto [at, isNew] = byAddress_.try_emplace(folded(address), rows_.size());
+    if (isNew) {
+        const SimUnit* unit = units_.findByAddress(address);
+        Row fresh;
+        fresh.address = address;
+        fresh.name = unit != nullptr ? unit->name : std::string();
+        rows_.push_back(std::move(fresh));
+    }
+    return rows_[at->second];
+}
+
+const PresenceTable::Row& PresenceTable::setState(std::string_view address, State state,
+                                                  double at) {
+    Row& found = row(address);
+    if (found.state != state) {
+        found.state = state;
+        found.changedAt = at;
+    }
+    return found;
+}
+
+const PresenceTable::Row& PresenceTable::setResponse(std::string_view address, std::string_view ip,
+                                                     std::string_view responseTime) {
+    Row& found = row(address);
+    if (!ip.empty()) {
+        found.ip = ip;
+    }
+    if (!responseTime.empty()) {
+        found.responseTime = responseTime;
+    }
+    return found;
+}
+
+void PresenceTable::addLog(double at, std::string text) {
+    log_.push_back(LogLine{at, std::move(text)});
+    while (log_.size() > logLines_) {
+        log_.pop_front();
+    }
+}
+
+}  // namespace sim

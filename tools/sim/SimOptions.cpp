@@ -1,0 +1,125 @@
+#include "tools/sim/SimOptions.h"
+
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <optional>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+constexpr std::size_t kMostLogLines = 1000;
+constexpr double kMostSeconds = 86400.0 * 365;
+
+template <class Number>
+std::optional<Number> parseNumber(const std::string& text) {
+    Number value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+// The number when the text is one from least to most.
+template <class Number>
+std::optional<Number> parseWithin(const std::string& text, Number least, Number most) {
+    const auto value = parseNumber<Number>(text);
+    if (!value || *value < least || *value > most) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+}  // namespace
+
+SimOptions::Outcome SimOptions::parse(const std::vector<std::string>& arguments,
+                                      std::string& message) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        std::string name = arguments[i];
+        std::optional<std::string> inlineValue;
+        if (const auto equals = name.find('=');
+            name.rfind("--", 0) == 0 && equals != std::string::npos) {
+            inlineValue = name.substr(equals + 1);
+            name.resize(equals);
+        }
+        if (name == "--help" || name == "-h") {
+            return Outcome::Help;
+        }
+        if (name == "--version") {
+            return Outcome::Version;
+        }
+        const bool takesValue = name == "--port" || name == "--driver" || name == "--id" ||
+                                name == "--units" || name == "--unit" || name == "--for" ||
+                                name == "--log-lines";
+        if (!takesValue) {
+            message = "ambrelis-sim: unknown option " + arguments[i] + " (see --help)";
+            return Outcome::Error;
+        }
+        if (!inlineValue && i + 1 == arguments.size()) {
+            message = "ambrelis-sim: " + name + " needs a value (see --help)";
+            return Outcome::Error;
+        }
+        const std::string value = inlineValue ? *inlineValue : arguments[++i];
+        if (auto problem = apply(name, value)) {
+            message = std::move(*problem);
+            return Outcome::Error;
+        }
+    }
+    return Outcome::Run;
+}
+
+std::optional<std::string> SimOptions::apply(const std::string& name, const std::string& value) {
+    const auto bad = [&](const std::string& what) {
+        return "ambrelis-sim: " + name + " " + value + ": " + what;
+    };
+    if (name == "--port") {
+        const auto number = parseWithin<int>(value, 0, 65535);
+        if (!number) {
+            return bad("not a port number from 0 to 65535");
+        }
+        port = *number;
+    } else if (name == "--driver") {
+        driverPath = value;
+    } else if (name == "--id") {
+        if (value.find('\r') != std::string::npos) {
+            return bad("a connection id cannot hold a carriage return");
+        }
+        connectionId = value;
+    } else if (name == "--units") {
+        if (auto problem = units.addFile(value)) {
+            return problem;
+        }
+    } else if (name == "--unit") {
+        if (auto problem = units.addUnit(value)) {
+            return bad(*problem);
+        }
+    } else if (name == "--for") {
+        const auto seconds = parseNumber<double>(value);
+        if (!seconds || !std::isfinite(*seconds) || *seconds <= 0 || *seconds > kMostSeconds) {
+            return bad("not a number of seconds above 0");
+        }
+        runSeconds = *seconds;
+    } else {
+        const auto lines = parseWithin<std::size_t>(value, 1, kMostLogLines);
+        if (!lines) {
+            return bad("not a count from 1 to " + std::to_string(kMostLogLines));
+        }
+        logLines = *lines;
+    }
+    return std::nullopt;
+}
+
+std::string SimOptions::driverToStart() const {
+    if (!driverPath.empty()) {
+        return driverPath;
+    }
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    return (error ? std::filesystem::path("arp-presence") : self.parent_path() / "arp-presence")
+        .string();
+}
+
+}  // namespace sim
