@@ -6,33 +6,16 @@
 #include <vector>
 
 #include "ScanFixture.h"
+#include "UnitList.h"
 #include "wire/cAmbrelisCommand.h"
 
 namespace {
 
-struct Unit {
-    double id;
-    std::string address;
-    std::string name;
-};
+using testsupport::Unit;
+using testsupport::unitList;
 
 class RosterTest : public ScanFixture {
 protected:
-    static host::String unitList(const std::vector<Unit>& units) {
-        auto root = host::New<CXML>();
-        root->Constructor();
-        for (const Unit& unit : units) {
-            auto child = host::New<CXML>();
-            child->Constructor();
-            child->SetName("unit");
-            child->SetDoubleValue("uniqueid", unit.id);
-            child->SetStringValue("Address", host::String(unit.address));
-            child->SetStringValue("Name", host::String(unit.name));
-            root->InsertContainer(child);
-        }
-        return root->SaveToString();
-    }
-
     static host::Ref<cAmbrelisCommand> message(
         const std::vector<std::pair<const char*, host::String>>& pairs) {
         auto cmd = host::New<cAmbrelisCommand>();
@@ -43,8 +26,9 @@ protected:
         return cmd;
     }
 
-    void setUnits(const host::String& data) {
-        Globals::gScanner->gotUnitsFromAmbrelis(message({{"mcmd", "setUnits"}, {"DATA", data}}));
+    void setUnits(const std::string& data) {
+        Globals::gScanner->gotUnitsFromAmbrelis(
+            message({{"mcmd", "setUnits"}, {"DATA", host::String(data)}}));
     }
 };
 
@@ -135,9 +119,9 @@ TEST_F(RosterTest, AListThatCannotBeReadRaisesAndChangesNoDevice) {
     setUnits(unitList({{1, "10.4.0.1", "Lamp"}}));
     settle();
     // The second unit's record claims a newer version of the format.
-    std::string data = unitList({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}}).bytes();
+    std::string data = unitList({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}});
     data[data.rfind("Mfrq") + 4] = 0x42;
-    EXPECT_THROW(setUnits(host::String(data)), host::RuntimeException);
+    EXPECT_THROW(setUnits(data), host::RuntimeException);
     EXPECT_EQ(hosts().Count(), 1);
     EXPECT_EQ(hosts().Value(1.0)->MyIPAddress.bytes(), "10.4.0.1");
     EXPECT_EQ(settle(), std::vector<std::string>{});

@@ -1,30 +1,58 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
+#include "ReceivedMessages.h"
+#include "UnitList.h"
 
 // The driver as the controller runs it: a child process with positional arguments, talking to
 // a fake controller on loopback.
 namespace {
 
 using namespace std::chrono_literals;
-using namespace std::string_literals;
+using Clock = std::chrono::steady_clock;
+using Messages = std::vector<std::string>;
 using testsupport::DriverProcess;
-using testsupport::LoopbackServer;
+using testsupport::multiPacket;
+
+// The controller's end of one run.
+struct Controller {
+    explicit Controller(int port = 0) : server(port) {}
+
+    testsupport::LoopbackServer server;
+    testsupport::ReceivedMessages messages{server};
+};
 
 // Every driver here sweeps a network of fake tools.
 class DriverProcessTest : public ::testing::Test {
 protected:
+    static std::vector<std::string> arguments(const Controller& controller) {
+        return {"", "127.0.0.1", std::to_string(controller.server.port()), "conn-7"};
+    }
+
+    // What the fake ping logs for a probe of `address`, and for the sweep's broadcast.
+    static std::string probe(const std::string& address) {
+        return "[-c][2][-w][3][--][" + address + "]";
+    }
+    const std::string broadcast = "[-b][-c][2][255.255.255.255]";
+
     testsupport::FakeNetwork network;
 };
 
 const char* const kOutOfBounds = "An unhandled OutOfBounds Exception was trapped globally.\n";
+const char* const kGreetingLines[] = {
+    "mcmd=WrtL Valu=2 DATA=Tamsvale ISF connecting...",
+    "mcmd=WrtL Valu=2 DATA=Tamsvale driver version 2.0 (build 3) Ready...", "mcmd=getUnits"};
 
 TEST_F(DriverProcessTest, OneArgumentPrintsTheBannerAndExitsZero) {
     DriverProcess driver({"anything"});
@@ -46,85 +74,151 @@ TEST_F(DriverProcessTest, TooFewArgumentsEndInTheGuardWithTheStack) {
     }
 }
 
-// What the controller has received once "getUnits" has come, or after five seconds. A link
-// closed before that falls inside the driver's connection wait, which then runs to its limit.
-testsupport::ControllerView readUntilGetUnits(LoopbackServer& server) {
-    std::string bytes;
-    testsupport::ControllerView view;
-    for (int turn = 0; turn < 50; ++turn) {
-        bytes += server.receive(100ms);
-        view = testsupport::readControllerStream(bytes);
-        if (!view.messages.empty() && view.messages.back().count("mcmd") &&
-            view.messages.back().at("mcmd") == "getUnits") {
-            break;
-        }
-    }
-    return view;
-}
-
-TEST_F(DriverProcessTest, GreetsAsksForUnitsAndEndsWhenTheLinkFalls) {
-    LoopbackServer server;
-    DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "conn-7"});
-    ASSERT_TRUE(server.accept(5s));
-    auto view = readUntilGetUnits(server);
-    EXPECT_EQ(view.greeting, "ard:conn-7\r");
-    EXPECT_EQ(testsupport::logLines(view),
-              (std::vector<std::string>{"Tamsvale ISF connecting...",
-                                        "Tamsvale driver version 2.0 (build 3) Ready..."}));
-    ASSERT_EQ(view.messages.size(), 3u);
-    EXPECT_EQ(view.messages[2], (std::map<std::string, std::string>{{"mcmd", "getUnits"}}));
-
-    server.closeClient();
-    EXPECT_EQ(driver.waitForExit(3s), 0);
-    // With the link up nothing went to standard output but the pipe error.
-    EXPECT_EQ(driver.output(), "\rAmbrelis Pipe Error\r\n");
-}
-
-TEST_F(DriverProcessTest, AnswersPingAndEndsOnClose) {
-    LoopbackServer server;
-    DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "c"});
-    ASSERT_TRUE(server.accept(5s));
-    readUntilGetUnits(server);
-
-    server.send("J\x0e\x00\x80mcmd\x04\x00"s + "ping" + "J\x0f\x00\x80mcmd\x05\x00"s + "close");
-    const auto closedAt = std::chrono::steady_clock::now();
-    ASSERT_EQ(driver.waitForExit(5s), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - closedAt, 2s);
-    auto view = testsupport::readControllerStream(server.receive(1s));
-    ASSERT_EQ(view.messages.size(), 2u);
-    EXPECT_EQ(view.messages[0], (std::map<std::string, std::string>{{"mcmd", "PSrp"}}));
-    EXPECT_EQ(testsupport::logLines(view), std::vector<std::string>{"arp Plugin shutting down..."});
-    EXPECT_EQ(driver.output(), "");
-}
-
 // A port's text is truncated to its number; an empty address and a port without a number mean
 // 127.0.0.1 and 20300; arguments past the fourth are not read.
 TEST_F(DriverProcessTest, ArgumentsAreReadAsTheControllerPassesThem) {
     for (const bool defaults : {false, true}) {
-        LoopbackServer server(defaults ? 20300 : 0);
-        if (!server.ok()) {
+        Controller controller(defaults ? 20300 : 0);
+        if (!controller.server.ok()) {
             continue;  // port 20300 is busy on this machine
         }
-        const std::string port = std::to_string(server.port()) + ".9";
+        const std::string port = std::to_string(controller.server.port()) + ".9";
         DriverProcess driver(
             defaults ? std::vector<std::string>{"x", "", "no number", "id"}
                      : std::vector<std::string>{"x", "127.0.0.1", port, "id", "extra", "more"});
-        ASSERT_TRUE(server.accept(5s)) << defaults;
-        EXPECT_EQ(readUntilGetUnits(server).greeting, "ard:id\r");
-        server.closeClient();
+        ASSERT_TRUE(controller.server.accept(5s)) << defaults;
+        controller.messages.take(3, 5s);
+        EXPECT_EQ(controller.messages.greeting(), "ard:id\r");
+        controller.server.closeClient();
         EXPECT_EQ(driver.waitForExit(3s), 0);
     }
 }
 
-TEST_F(DriverProcessTest, RefusedConnectionWaitsFifteenSecondsThenExitsZero) {
-    DriverProcess driver({"x", "127.0.0.1", std::to_string(testsupport::refusedPort()), "id"});
-    ASSERT_TRUE(driver.waitForOutput("\rAmbrelis Pipe Error\r\n", 3s));
-    const auto refusedAt = std::chrono::steady_clock::now();
-    ASSERT_EQ(driver.waitForExit(25s), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - refusedAt, 14s);
-    EXPECT_EQ(driver.output(),
-              "\rAmbrelis Pipe Error\r\n"
-              "Tamsvale: Timeout waiting for answer from Ambrelis\r\n");
+// Waits for the second sweep, which comes a little over 30 seconds after the first: only then
+// are the ping units of the list pinged.
+TEST_F(DriverProcessTest, ReportsArpHostsAndUnitsFromStartToClose) {
+    network.setArpTable("? (10.0.0.1) at 02:00:00:00:00:01 [ether] on eth0\n");
+    network.answer("10.0.0.1", "up 0.050");
+    network.answer("10.4.0.1", "up 0.125");
+    network.answer("10.4.0.2", "up 0.125");
+    Controller controller;
+    DriverProcess driver(arguments(controller));
+    ASSERT_TRUE(controller.server.accept(5s));
+
+    Messages expected(std::begin(kGreetingLines), std::end(kGreetingLines));
+    expected.push_back("mcmd=ON addr=02:00:00:00:00:01 UpDt=true");
+    expected.push_back(
+        "mcmd=NoOp UPN0=IP UPV0=10.0.0.1  UPN1=response time UPV1=0.050 addr=02:00:00:00:00:01");
+    EXPECT_EQ(controller.messages.take(expected.size(), 5s), expected);
+    EXPECT_EQ(controller.messages.greeting(), "ard:conn-7\r");
+
+    controller.server.send(
+        multiPacket({{"mcmd", "setUnits"},
+                     {"DATA", testsupport::unitList({
+                                  {1, "10.4.0.1", "Lamp"},
+                                  {2, "10.4.0.2", "Radio"},
+                                  {3, "10.4.0.3", "Heater"},
+                                  {4, "02:00:00:00:00:01", "Phone"},
+                                  {5, "02:00:00:00:00:09", "Tablet"},
+                              })}}) +
+        multiPacket({{"mcmd", "UnitDeleted"}, {"addr", "10.4.0.2"}, {"UnID", "2"}}));
+    expected = {"mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.1",
+                "mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.2",
+                "mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.3",
+                "addr=02:00:00:00:00:01 UpDt=true mcmd=ON",
+                "mcmd=OFF addr=02:00:00:00:00:09 UpDt=true",
+                "mcmd=WrtL Valu=2 DATA=pings will no longer be sent to: 10.4.0.2"};
+    EXPECT_EQ(controller.messages.take(expected.size(), 5s), expected);
+
+    // The arp host answers as before, so its second ping sends nothing.
+    expected = {"mcmd=NoOp UPN0=IP UPV0=10.4.0.1  UPN1=response time UPV1=0.125 addr=10.4.0.1",
+                "mcmd=OFF addr=10.4.0.3 UpDt=true", "mcmd=ON addr=10.4.0.1 UpDt=true"};
+    Messages secondSweep = controller.messages.take(expected.size(), 40s);
+    std::sort(secondSweep.begin(), secondSweep.end());
+    EXPECT_EQ(secondSweep, expected);
+
+    controller.server.send(multiPacket({{"mcmd", "close"}}));
+    ASSERT_EQ(driver.waitForExit(5s), 0);
+    EXPECT_EQ(controller.messages.take(SIZE_MAX, 0ms),
+              Messages{"mcmd=WrtL Valu=2 DATA=arp Plugin shutting down..."});
+    auto calls = network.pingCalls();
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ(calls, (Messages{broadcast, broadcast, probe("10.0.0.1"), probe("10.0.0.1"),
+                               probe("10.4.0.1"), probe("10.4.0.3")}));
+    EXPECT_EQ(driver.output(), "");
+}
+
+// The last turn of the run loop and the one-second drain take at most 1.25 s. In the sanitizer
+// build the leak check at exit and the slower pump come on top.
+#ifdef __SANITIZE_ADDRESS__
+constexpr auto kEndLimit = 1750ms;
+#else
+constexpr auto kEndLimit = 1500ms;
+#endif
+
+// A ping that runs for ten seconds is still running when the driver is told to stop, or loses
+// its link; the driver leaves it behind.
+TEST_F(DriverProcessTest, EndsWithinASecondAndAHalfWithoutWaitingForItsPings) {
+    network.setArpTable("? (10.0.0.1) at 02:00:00:00:00:01 [ether] on eth0\n");
+    network.answer("10.0.0.1", "hang 10");
+    for (const bool byClose : {true, false}) {
+        network.forgetCalls();
+        Controller controller;
+        DriverProcess driver(arguments(controller));
+        ASSERT_TRUE(controller.server.accept(5s));
+        controller.messages.take(3, 5s);
+        for (int turn = 0; turn < 100 && network.pingCalls().size() < 2; ++turn) {
+            std::this_thread::sleep_for(20ms);
+        }
+        ASSERT_EQ(network.pingCalls(), (Messages{broadcast, probe("10.0.0.1")}));
+
+        if (byClose) {
+            controller.server.send(multiPacket({{"mcmd", "ping"}}) +
+                                   multiPacket({{"mcmd", "close"}}));
+        } else {
+            controller.server.closeClient();
+        }
+        const auto endedAt = Clock::now();
+        ASSERT_EQ(driver.waitForExit(5s), 0) << byClose;
+        EXPECT_LT(Clock::now() - endedAt, kEndLimit) << byClose;
+        if (byClose) {
+            EXPECT_EQ(controller.messages.take(SIZE_MAX, 0ms),
+                      (Messages{"mcmd=PSrp", "mcmd=WrtL Valu=2 DATA=arp Plugin shutting down..."}));
+        }
+        // With the link up nothing goes to standard output but the error of a fallen link.
+        EXPECT_EQ(driver.output(), byClose ? "" : "\rAmbrelis Pipe Error\r\n");
+    }
+}
+
+// A refused connection ends the wait no sooner than one that never completes: both run to the
+// limit. The one that never completes also shows that connecting does not block the driver.
+TEST_F(DriverProcessTest, WithoutALinkInFifteenSecondsPrintsTheTimeOutAndExitsZero) {
+    testsupport::LoopbackServer silent;
+    ASSERT_TRUE(silent.fillBacklog());
+    const auto startedAt = Clock::now();
+    std::array<DriverProcess, 2> drivers{
+        DriverProcess({"x", "127.0.0.1", std::to_string(testsupport::refusedPort()), "id"}),
+        DriverProcess({"x", "127.0.0.1", std::to_string(silent.port()), "id"})};
+    const std::array<const char*, 2> outputs{"\rAmbrelis Pipe Error\r\n", ""};
+
+    std::array<std::optional<Clock::duration>, 2> endedAfter;
+    while (Clock::now() - startedAt < 25s && !(endedAfter[0] && endedAfter[1])) {
+        for (std::size_t i = 0; i < drivers.size(); ++i) {
+            if (!endedAfter[i] && drivers[i].waitForExit(10ms)) {
+                endedAfter[i] = Clock::now() - startedAt;
+            }
+        }
+    }
+    for (std::size_t i = 0; i < drivers.size(); ++i) {
+        ASSERT_TRUE(endedAfter[i]) << i;
+        EXPECT_EQ(drivers[i].waitForExit(0ms), 0) << i;
+        // Start delay of up to half a second, the wait of 15, the final second of pumping.
+        EXPECT_GE(*endedAfter[i], 15s) << i;
+        EXPECT_LT(*endedAfter[i], 18s) << i;
+        EXPECT_EQ(drivers[i].output(), std::string(outputs[i]) +
+                                           "Tamsvale: Timeout waiting for answer from Ambrelis\r\n")
+            << i;
+    }
 }
 
 }  // namespace

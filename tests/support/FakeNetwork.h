@@ -18,7 +18,7 @@ public:
     // What `arp -a -n` prints.
     void setArpTable(const std::string& text) const;
     // How pings of `address` end: "up 0.050", "half 0.2", "slow 0.1", "lost", "unknown",
-    // "garbage" or "killed".
+    // "garbage", "killed", or "hang 10" (runs ten seconds, then as "lost").
     void answer(const std::string& address, const std::string& behaviour) const;
     // Every run of the fake ping so far, its arguments as "[a][b]...".
     std::vector<std::string> pingCalls() const;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace testsupport {
 
@@ -27,11 +28,15 @@ public:
     std::string receive(std::chrono::milliseconds limit, std::size_t count = SIZE_MAX);
     void closeClient();
     void closeListener();
+    // Fills the queue of connections waiting to be accepted; a further connect then neither
+    // completes nor is refused. False if the queue never filled.
+    bool fillBacklog();
 
 private:
     int listener_ = -1;
     int client_ = -1;
     int port_ = 0;
+    std::vector<int> waiting_;  // connections made by fillBacklog, never accepted
 };
 
 // Closes a fresh listener on a free port and returns that port: connecting there is refused.
