@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Counters.h"
 #include "host/Ref.h"
 #include "host/String.h"
 #include "store/CXML.h"
@@ -37,13 +38,13 @@ const host::String& unitListBytes() {
 
 void BM_SaveToString(benchmark::State& state) {
     host::Ref<CXML> list = makeUnitList();
-    std::int64_t size = 0;
+    std::size_t size = 0;
     for (auto _ : state) {
         host::String bytes = list->SaveToString();
-        size = static_cast<std::int64_t>(bytes.size());
+        size = bytes.size();
         benchmark::DoNotOptimize(bytes);
     }
-    state.SetBytesProcessed(state.iterations() * size);
+    state.counters["mb_per_s"] = benchcounters::megabytesPerSecond(state, size);
 }
 BENCHMARK(BM_SaveToString)->Unit(benchmark::kMillisecond);
 
@@ -58,7 +59,7 @@ void BM_LoadFromString(benchmark::State& state) {
         list = nullptr;
         state.ResumeTiming();
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes.size()));
+    state.counters["mb_per_s"] = benchcounters::megabytesPerSecond(state, bytes.size());
 }
 BENCHMARK(BM_LoadFromString)->Unit(benchmark::kMillisecond);
 
@@ -81,6 +82,7 @@ void BM_RosterWalk(benchmark::State& state) {
         list = nullptr;
         state.ResumeTiming();
     }
+    state.counters["walk_ms"] = benchcounters::millisecondsEach(state);
 }
 BENCHMARK(BM_RosterWalk)->Unit(benchmark::kMillisecond);
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Counters.h"
 #include "LoopbackServer.h"
 #include "core/Globals.h"
 #include "host/EventPump.h"
@@ -69,7 +70,7 @@ void BM_CutAndDispatchDelivery(benchmark::State& state) {
         }
     }
     answered += server.receive(50ms).size();
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kMessages);
+    state.counters["messages_per_s"] = benchcounters::perSecond(state, kMessages);
     state.counters["answer_bytes_per_delivery"] =
         static_cast<double>(answered) / static_cast<double>(state.iterations());
     AmbrelisSupport::AmbrelisSocket = nullptr;

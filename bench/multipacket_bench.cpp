@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Counters.h"
 #include "host/Ref.h"
 #include "wire/cAmbrelisCommand.h"
 
@@ -48,7 +49,7 @@ void BM_ReadMultiPacket(benchmark::State& state) {
             benchmark::DoNotOptimize(cmd->GetMulti(key));
         }
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(packet.size()));
+    state.counters["mb_per_s"] = benchcounters::megabytesPerSecond(state, packet.size());
     state.counters["keys"] = static_cast<double>(keys.size());
 }
 
@@ -62,7 +63,7 @@ void BM_WriteMultiPacket(benchmark::State& state) {
         size = packet.size();
         benchmark::DoNotOptimize(packet);
     }
-    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+    state.counters["mb_per_s"] = benchcounters::megabytesPerSecond(state, size);
     state.counters["keys"] = static_cast<double>(keys.size());
 }
 

@@ -2,8 +2,10 @@
 // 1,000 hosts whose fake ping answers at once, and reports each of them to a fake controller.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
@@ -44,6 +46,8 @@ void BM_SweepOfThousandHosts(benchmark::State& state) {
     testsupport::FakeNetwork network;
     network.setArpTable(neighbourTable());
     network.answer("default", "up 0.050");
+    std::vector<double> cpuPerPing;
+    long mostResident = 0;
     for (auto _ : state) {
         testsupport::LoopbackServer server;
         testsupport::DriverProcess driver({"", "127.0.0.1", std::to_string(server.port()), "b"});
@@ -59,13 +63,16 @@ void BM_SweepOfThousandHosts(benchmark::State& state) {
             bytes += server.receive(std::chrono::milliseconds(50));
         }
         const double cpuUsed = testsupport::cpuSeconds(driver.pid()) - cpuBefore;
+        cpuPerPing.push_back(cpuUsed * 1e6 / kHosts);
+        mostResident = std::max(mostResident, testsupport::residentKilobytes(driver.pid()));
         state.counters["reports"] = reportsIn(bytes);
-        state.counters["driver_cpu_us_per_ping"] = cpuUsed * 1e6 / kHosts;
-        state.counters["rss_kb_holding_1000"] =
-            static_cast<double>(testsupport::residentKilobytes(driver.pid()));
         state.counters["sweep_seconds"] =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     }
+    // The middle of the runs for the CPU, the most for memory.
+    std::sort(cpuPerPing.begin(), cpuPerPing.end());
+    state.counters["driver_cpu_us_per_ping"] = cpuPerPing[cpuPerPing.size() / 2];
+    state.counters["rss_kb_holding_1000"] = static_cast<double>(mostResident);
 }
 BENCHMARK(BM_SweepOfThousandHosts)->Iterations(3)->Unit(benchmark::kSecond);
 

@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# Builds the benchmarks, runs every one and prints their figures against the goals as one
+# markdown table. BUILD_DIR picks the build folder (default build-bench), JOBS the build's
+# parallelism. Needs only bash, awk, sed and the build tools.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+build=${BUILD_DIR:-build-bench}
+jobs=${JOBS:-$(nproc)}
+programs=()
+for source in bench/*.cpp; do
+    programs+=("$(basename "$source" .cpp)")
+done
+
+echo "building ${programs[*]} in $build" >&2
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DARP_SANITIZE=OFF \
+    -DARP_BUILD_TESTS=ON -DARP_BUILD_BENCHMARKS=ON >/dev/null
+cmake --build "$build" -j "$jobs" --target arp-presence "${programs[@]}" >/dev/null
+
+results=$(mktemp -d)
+trap 'rm -rf "$results"' EXIT
+for program in "${programs[@]}"; do
+    echo "running $program" >&2
+    # A program that fails still leaves the figures it got; the table shows what is missing.
+    "$build/bench/$program" --benchmark_min_time=0.2 --benchmark_out="$results/$program.json" \
+        --benchmark_out_format=json >"$results/$program.log" 2>&1 ||
+        echo "$program failed: see its output below the table" >&2
+done
+
+# "name<TAB>value" for every run of the program whose name matches the pattern and that has
+# the counter. The JSON puts one field per line.
+counter() {
+    local program=$1 name=$2 pattern=$3
+    [ -f "$results/$program.json" ] || return 0
+    awk -v want="\"$name\":" -v pattern="$pattern" '
+        $1 == "\"name\":" { run = $2; gsub(/[",]/, "", run) }
+        $1 == want && run ~ pattern { value = $2; sub(/,$/, "", value); print run "\t" value }
+    ' "$results/$program.json"
+}
+
+# One row from counter lines on standard input: the worst value, scaled, against the limit.
+# With several shapes it names the worst and counts those that miss.
+row() {
+    local figure=$1 goal=$2 kind=$3 limit=$4 scale=$5 format=$6
+    awk -F'\t' -v figure="$figure" -v goal="$goal" -v kind="$kind" -v limit="$limit" \
+        -v scale="$scale" -v format="$format" '
+        {
+            value = $2 * scale
+            misses += kind == "under" ? value >= limit : value < limit
+            if (NR == 1 || (kind == "under" ? value > worst : value < worst)) {
+                worst = value
+                shape = $1
+            }
+        }
+        END {
+            if (NR == 0) {
+                printf "| %s | no figure | %s | no |\n", figure, goal
+                exit
+            }
+            measured = sprintf(format, worst)
+            if (NR > 1) {
+                measured = measured sprintf(", worst of %d shapes: %s, %d missing", NR, shape,
+                                            misses)
+            }
+            printf "| %s | %s | %s | %s |\n", figure, measured, goal, misses == 0 ? "yes" : "no"
+        }'
+}
+
+# Benchmark names in words.
+shapes() {
+    sed -E -e 's#/bytes:([0-9]+)/value:([0-9]+)# of \1 bytes in \2-byte values#' \
+        -e 's#BM_ReadMultiPacket#parse#' -e 's#BM_WriteMultiPacket#write#' \
+        -e 's#BM_SaveToString#save#' -e 's#BM_LoadFromString#load#'
+}
+
+cpu=$(awk -F': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)
+echo "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(uname -sr)," \
+    "load $(cut -d' ' -f1-3 /proc/loadavg); RelWithDebInfo build"
+echo
+echo "| Figure | Measured | Goal | Holds |"
+echo "|---|---|---|---|"
+p99=$(counter pump_bench p99_us ChildExitToCompleted | awk -F'\t' '{ printf "%.3f", $2 / 1000 }')
+{
+    counter pump_bench cpu_percent_of_core IdleConnectedDriverCpu |
+        row "idle connected driver, CPU over 10 s" "under 0.1% of a core" \
+            under 0.1 1 "%.3f%% of a core"
+    counter pump_bench max_us ChildExitToCompleted |
+        row "child exit to \`Event_Completed\`" "under 2 ms" \
+            under 2 0.001 "%.3f ms, the slowest of 200 (p99 ${p99:-?} ms)"
+    {
+        counter multipacket_bench mb_per_s ReadMultiPacket
+        counter multipacket_bench mb_per_s WriteMultiPacket
+    } | row "multi-packet parse and write" "at least 500 MB/s" least 500 1 "%.0f MB/s"
+    counter link_bench messages_per_s CutAndDispatch |
+        row "cutter and dispatcher, small messages" "at least 1,000,000 per second" \
+            least 1 0.000001 "%.2f million per second"
+    {
+        counter cxml_bench mb_per_s SaveToString
+        counter cxml_bench mb_per_s LoadFromString
+    } | row "CXML save and load, 10,000 units" "at least 200 MB/s" least 200 1 "%.0f MB/s"
+    counter cxml_bench walk_ms RosterWalk |
+        row "roster walk of 10,000 units" "under 20 ms" under 20 1 "%.2f ms"
+    counter scan_bench driver_cpu_us_per_ping SweepOfThousandHosts |
+        row "driver CPU per ping cycle, 1,000 hosts" "under 50 microseconds" \
+            under 50 1 "%.0f microseconds, median of 3 sweeps"
+    counter scan_bench rss_kb_holding_1000 SweepOfThousandHosts |
+        row "resident memory with 1,000 hosts" "under 8 MB" \
+            under 8 0.001024 "%.1f MB, the most of 3 runs"
+} | shapes
+
+for program in "${programs[@]}"; do
+    if grep -q '"error_occurred": true' "$results/$program.json" 2>/dev/null ||
+        [ ! -s "$results/$program.json" ]; then
+        echo
+        echo "$program did not run through:"
+        tail -n 20 "$results/$program.log"
+    fi
+done
