@@ -188,7 +188,8 @@ bool Shell::Child::spawn(const std::vector<std::string>& argv, bool searchPath, 
     if (path.empty()) {
         return false;
     }
-    const Spawn::Started started = Spawn::start(path, argv, childInput.get(), childOutput.get());
+    const Spawn::Started started =
+        Spawn::start(path, argv, Spawn::toolEnvironment(), childInput.get(), childOutput.get());
     if (started.pid < 0) {
         return false;
     }

@@ -16,6 +16,7 @@ namespace {
 struct Request {
     const char* path;
     char* const* argv;
+    char* const* envp;
     int input;
     int output;
     int execError;  // written by the child when exec fails; we read it after it has gone
@@ -23,6 +24,17 @@ struct Request {
 
 // Only this thread spawns, and the parent sleeps while the child runs on it.
 alignas(64) std::array<char, std::size_t{64} * 1024> childStack;
+
+// The null-terminated array that exec wants; the strings must outlive it.
+std::vector<char*> pointersTo(const std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    pointers.reserve(strings.size() + 1);
+    for (const std::string& text : strings) {
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
 
 // dup2 onto itself would leave close-on-exec set.
 int moveTo(int fd, int target) {
@@ -51,22 +63,18 @@ __attribute__((no_sanitize("address", "undefined"))) int childMain(void* argumen
         request->execError = errno;
         ::_exit(127);
     }
-    ::execve(request->path, request->argv, environ);
+    ::execve(request->path, request->argv, request->envp);
     request->execError = errno;
     ::_exit(127);
 }
 
 }  // namespace
 
-Started start(const std::string& path, const std::vector<std::string>& argv, int input,
-              int output) {
-    std::vector<char*> args;
-    args.reserve(argv.size() + 1);
-    for (const std::string& arg : argv) {
-        args.push_back(const_cast<char*>(arg.c_str()));
-    }
-    args.push_back(nullptr);
-    Request request{path.c_str(), args.data(), input, output, 0};
+Started start(const std::string& path, const std::vector<std::string>& argv,
+              const std::vector<std::string>& environment, int input, int output) {
+    const std::vector<char*> args = pointersTo(argv);
+    const std::vector<char*> envp = pointersTo(environment);
+    Request request{path.c_str(), args.data(), envp.data(), input, output, 0};
 
     // Blocked until the child has reset its signals: no handler of ours may run in it.
     sigset_t all;
@@ -87,6 +95,18 @@ Started start(const std::string& path, const std::vector<std::string>& argv, int
         return {};
     }
     return {pid, pidfd};
+}
+
+std::vector<std::string> toolEnvironment() {
+    std::vector<std::string> variables;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view variable(*entry);
+        if (!variable.starts_with("LC_ALL=") && !variable.starts_with("LANGUAGE=")) {
+            variables.emplace_back(variable);
+        }
+    }
+    variables.emplace_back("LC_ALL=C");
+    return variables;
 }
 
 std::string findExecutable(std::string_view folders, const std::string& name) {

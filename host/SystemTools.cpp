@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/Spawn.h"
+#include "host/StringFunctions.h"
 
 namespace host::SystemTools {
 
@@ -100,7 +101,15 @@ long repliesCounted(std::string_view output) {
 }  // namespace
 
 void broadcastPing(Shell& shell) {
-    shell.executeArguments(toolPath("ping"), {"-b", "-c", "2", "255.255.255.255"});
+    shell.executeArguments(toolPath("ping"), {"-b", "-c", "2", "-w", "2", "255.255.255.255"});
+}
+
+void fillNeighbours(Shell& shell, const LocalNetworks::Range& range, std::int64_t intervalMs) {
+    // No retry and a short time-out: the replies are not what is wanted, the resolution is, and
+    // the kernel goes on with it after fping has ended.
+    shell.executeArguments(toolPath("fping"), {"-q", "-r", "0", "-t", "50", "-i", Str(intervalMs),
+                                               "-g", String(LocalNetworks::dotted(range.first)),
+                                               String(LocalNetworks::dotted(range.last))});
 }
 
 String neighbourTable(Shell& shell) {
@@ -109,7 +118,8 @@ String neighbourTable(Shell& shell) {
 }
 
 void startProbe(Shell& shell, const String& address) {
-    shell.executeArguments(toolPath("ping"), {"-c", "2", "-w", "3", "--", address});
+    // A deadline (-w) would make ping send until two replies came, a third request included.
+    shell.executeArguments(toolPath("ping"), {"-c", "2", "-W", "2", "--", Trim(address)});
 }
 
 String neighbourLinesInBsdForm(const String& output) {

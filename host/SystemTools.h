@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "host/LocalNetworks.h"
 #include "host/Shell.h"
 #include "host/String.h"
 
@@ -10,15 +11,24 @@
 // brought back to the BSD form before the logic reads it.
 namespace host::SystemTools {
 
-// Two echo requests to the limited broadcast address, so that the neighbour table fills.
+// Two echo requests to the limited broadcast address, so that the neighbour table fills, with
+// a deadline of 2 seconds: where nobody answers broadcasts it would linger 10 seconds more.
 // Runs in the shell's current mode; nothing of it is meant to be read.
 void broadcastPing(Shell& shell);
+
+// One echo request to every address of `range`, one every `intervalMs`, so that the kernel
+// resolves each and every host that answers address resolution shows in the neighbour table,
+// whether or not it answers echo. Runs in the shell's current mode; nothing of it is read, and a
+// missing tool is only a fill that did not happen.
+void fillNeighbours(Shell& shell, const LocalNetworks::Range& range, std::int64_t intervalMs);
 
 // The neighbour table as `arp -a -n` prints it, its lines in BSD form.
 String neighbourTable(Shell& shell);
 
-// Starts two echo requests to `address` with a deadline of 3 seconds. The address is one
-// argument behind "--": never a shell word, never an option.
+// Starts exactly two echo requests to `address`, one second apart, and waits up to 2 seconds
+// after the second when nothing came back: about 3 seconds at most for an IP address. The
+// address, without blanks at its ends, is one argument behind "--": never a shell word, never
+// an option.
 void startProbe(Shell& shell, const String& address);
 
 // Linux `arp -a -n` lines in BSD form: "[ether]" and the flags after it leave the hardware

@@ -61,6 +61,9 @@ void cScanner::DoScan() {
     if (Globals::DebugMode) {
         Globals::writelog("begin arp scan", 1);
     }
+    // Runs beside the broadcast, which outlasts the fill of a /24: the table read below already
+    // holds what it found. A bigger fill shows in full at the next sweep.
+    fill_->start(host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
     host::SystemTools::broadcastPing(*shell);
     enterArpLines(host::SystemTools::neighbourTable(*shell));
     pingWhatIsDue(HostDict);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/Dictionary.h"
+#include "host/NeighbourFill.h"
 #include "host/Ref.h"
 #include "host/String.h"
 #include "scan/cDevice.h"
@@ -26,4 +27,7 @@ public:
 
 private:
     void enterArpLines(const host::String& table);
+
+    // Hosts that ignore broadcast echo are made to show in the neighbour table by this.
+    host::Ref<host::NeighbourFill> fill_ = host::New<host::NeighbourFill>();
 };

@@ -132,14 +132,28 @@ TEST_F(RosterTest, AListThatCannotBeReadRaisesAndChangesNoDevice) {
     EXPECT_EQ(hosts().Count(), 1);
 }
 
-// An address reaches ping as one plain argument: no shell reads it, no option is taken from it.
+// An address reaches ping as one plain argument: no shell reads it, no option is taken from it,
+// and blanks at its ends (which a BSD command line would have dropped) are gone.
 TEST_F(RosterTest, HostileAddressesReachPingAsOneArgument) {
     const std::string touched = network.folder() + "/touched";
-    const std::vector<std::string> addresses = {
-        "1.2.3.4; touch " + touched, "-f", "$(touch " + touched + ")", "`touch " + touched + "`"};
+    struct Row {
+        std::string address;
+        std::string argument;
+    };
+    const std::vector<Row> rows = {
+        {"1.2.3.4; touch " + touched, "1.2.3.4; touch " + touched},
+        {"-f", "-f"},
+        {"$(touch " + touched + ")", "$(touch " + touched + ")"},
+        {"`touch " + touched + "`", "`touch " + touched + "`"},
+        {"printer ", "printer"},
+        {" \t10.0.0.5", "10.0.0.5"},
+        {"my host", "my host"},
+    };
     std::vector<Unit> units;
-    for (std::size_t i = 0; i < addresses.size(); ++i) {
-        units.push_back({static_cast<double>(i + 1), addresses[i], "evil"});
+    std::vector<std::string> expected;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        units.push_back({static_cast<double>(i + 1), rows[i].address, "evil"});
+        expected.push_back(testsupport::FakeNetwork::probeCall(rows[i].argument));
     }
     setUnits(unitList(units));
     network.forgetCalls();
@@ -147,10 +161,6 @@ TEST_F(RosterTest, HostileAddressesReachPingAsOneArgument) {
     settle();
     auto calls = network.pingCalls();
     calls.erase(calls.begin());  // the broadcast
-    std::vector<std::string> expected;
-    for (const std::string& address : addresses) {
-        expected.push_back("[-c][2][-w][3][--][" + address + "]");
-    }
     // The pings run side by side, so their calls come in any order.
     std::sort(calls.begin(), calls.end());
     std::sort(expected.begin(), expected.end());

@@ -24,8 +24,8 @@ protected:
 
     bool pinged(const std::string& address) {
         const auto calls = network.pingCalls();
-        return std::find(calls.begin(), calls.end(), "[-c][2][-w][3][--][" + address + "]") !=
-               calls.end();
+        return std::find(calls.begin(), calls.end(),
+                         testsupport::FakeNetwork::probeCall(address)) != calls.end();
     }
 
     host::Ref<cDevice> unitHost(const std::string& address, double id) {
@@ -65,11 +65,18 @@ TEST_F(ScannerTest, FirstPassKeepsOneHostPerPrintedHardwareAddress) {
                                         "02:00:00:00:00:0A", "de:ad:be:ef:00:08"}));
     EXPECT_EQ(hosts().Value("02:00:00:00:00:01")->MyIPAddress.bytes(), "10.0.0.5");
     EXPECT_EQ(hosts().Value("02:00:00:00:00:0A")->MyMacAddress.bytes(), "02:00:00:00:00:0a");
-    EXPECT_EQ(network.pingCalls().front(), "[-b][-c][2][255.255.255.255]");
+    EXPECT_EQ(network.pingCalls().front(), testsupport::FakeNetwork::kBroadcastCall);
     for (const char* address : {"10.0.0.5", "10.0.0.3", "10.0.0.4", "10.0.0.7", "10.0.0.8"}) {
         EXPECT_TRUE(pinged(address)) << address;
     }
     EXPECT_EQ(network.pingCalls().size(), 6u);
+    // Every block of this machine's LANs is asked for, from the fake of the fill tool.
+    const std::size_t blocks =
+        host::LocalNetworks::fillRanges(host::LocalNetworks::current()).size();
+    for (int turn = 0; turn < 200 && network.fillCalls().size() < blocks; ++turn) {
+        host::ConsoleApplication::DoEvents(10);
+    }
+    EXPECT_EQ(network.fillCalls().size(), blocks);
 
     std::vector<std::string> parsed;
     for (const std::string& message : sent) {

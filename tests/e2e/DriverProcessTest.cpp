@@ -40,11 +40,10 @@ protected:
         return {"", "127.0.0.1", std::to_string(controller.server.port()), "conn-7"};
     }
 
-    // What the fake ping logs for a probe of `address`, and for the sweep's broadcast.
     static std::string probe(const std::string& address) {
-        return "[-c][2][-w][3][--][" + address + "]";
+        return testsupport::FakeNetwork::probeCall(address);
     }
-    const std::string broadcast = "[-b][-c][2][255.255.255.255]";
+    const std::string broadcast = testsupport::FakeNetwork::kBroadcastCall;
 
     testsupport::FakeNetwork network;
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <new>
 #include <numeric>
 #include <stdexcept>
@@ -170,6 +171,13 @@ TEST_F(PumpTest, ShellCloseKillsAndEveryExecuteCompletesOnce) {
     // Arguments reach the program as they are, with no shell in between.
     shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
     EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
+    // Children speak the C locale, whatever ours is, so that what they print can be parsed.
+    ::setenv("LC_ALL", "de_DE.UTF-8", 1);
+    ::setenv("LANGUAGE", "de", 1);
+    shell->executeArguments("/bin/sh", {"-c", "echo \"$LC_ALL ${LANGUAGE-unset}\""});
+    ::unsetenv("LC_ALL");
+    ::unsetenv("LANGUAGE");
+    EXPECT_EQ(shell->Result().bytes(), "C unset\n");
     EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
 }
 

@@ -38,16 +38,29 @@ void FakeNetwork::answer(const std::string& address, const std::string& behaviou
 }
 
 std::vector<std::string> FakeNetwork::pingCalls() const {
-    std::vector<std::string> calls;
-    std::ifstream in(folder_ + "/calls");
-    for (std::string line; std::getline(in, line);) {
-        calls.push_back(line);
-    }
-    return calls;
+    return lines("calls");
+}
+
+std::vector<std::string> FakeNetwork::fillCalls() const {
+    return lines("fills");
 }
 
 void FakeNetwork::forgetCalls() const {
     std::filesystem::remove(folder_ + "/calls");
+    std::filesystem::remove(folder_ + "/fills");
+}
+
+std::string FakeNetwork::probeCall(const std::string& address) {
+    return "[-c][2][-W][2][--][" + address + "]";
+}
+
+std::vector<std::string> FakeNetwork::lines(const std::string& file) const {
+    std::vector<std::string> found;
+    std::ifstream in(folder_ + "/" + file);
+    for (std::string line; std::getline(in, line);) {
+        found.push_back(line);
+    }
+    return found;
 }
 
 }  // namespace testsupport

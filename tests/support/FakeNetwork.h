@@ -5,8 +5,8 @@
 
 namespace testsupport {
 
-// A network made of the fake `ping` and `arp` of tests/fakes, put first on PATH for as long as
-// the object lives. The fakes read their answers from a folder of their own.
+// A network made of the fake `ping`, `arp` and `fping` of tests/fakes, put first on PATH for as
+// long as the object lives. The fakes read their answers from a folder of their own.
 class FakeNetwork {
 public:
     FakeNetwork();
@@ -22,9 +22,17 @@ public:
     void answer(const std::string& address, const std::string& behaviour) const;
     // Every run of the fake ping so far, its arguments as "[a][b]...".
     std::vector<std::string> pingCalls() const;
+    // Every run of the fake fping so far, in the same form.
+    std::vector<std::string> fillCalls() const;
     void forgetCalls() const;
 
+    // How the driver's probe of `address`, and its broadcast, show among pingCalls().
+    static std::string probeCall(const std::string& address);
+    static constexpr const char* kBroadcastCall = "[-b][-c][2][-w][2][255.255.255.255]";
+
 private:
+    std::vector<std::string> lines(const std::string& file) const;
+
     std::string folder_;
     std::string savedPath_;
 };
