@@ -1,6 +1,7 @@
 #include "host/SystemTools.h"
 
 #include <cstdlib>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,13 @@
 namespace host::SystemTools {
 
 namespace {
+
+// The kernel gives up an unanswered resolution after 3 seconds, and until then each address
+// holds a neighbour entry; past 1024 entries (its default gc_thresh3) it makes no more, and the
+// addresses asked for after that stay unresolved. Up to 768 addresses go at once; more are paced
+// to one request every 4 ms in all, so that about 750 wait at a time.
+constexpr std::uint64_t kQuickFillAddresses = 768;
+constexpr std::int64_t kPacedFillMs = 4;
 
 // A driver started with a user's PATH still finds `arp`, which lives in sbin.
 constexpr std::string_view kFallbackFolders = "/usr/sbin:/sbin:/usr/bin:/bin";
@@ -104,12 +112,23 @@ void broadcastPing(Shell& shell) {
     shell.executeArguments(toolPath("ping"), {"-b", "-c", "2", "-w", "2", "255.255.255.255"});
 }
 
-void fillNeighbours(Shell& shell, const LocalNetworks::Range& range, std::int64_t intervalMs) {
-    // No retry and a short time-out: the replies are not what is wanted, the resolution is, and
-    // the kernel goes on with it after fping has ended.
-    shell.executeArguments(toolPath("fping"), {"-q", "-r", "0", "-t", "50", "-i", Str(intervalMs),
-                                               "-g", String(LocalNetworks::dotted(range.first)),
-                                               String(LocalNetworks::dotted(range.last))});
+void fillNeighbours(Shell& shell, const std::vector<LocalNetworks::Range>& ranges) {
+    const std::uint64_t addresses =
+        std::accumulate(ranges.begin(), ranges.end(), std::uint64_t{0},
+                        [](std::uint64_t sum, const auto& range) { return sum + range.size(); });
+    const std::int64_t intervalMs = addresses <= kQuickFillAddresses
+                                        ? 1
+                                        : kPacedFillMs * static_cast<std::int64_t>(ranges.size());
+    shell.Close();
+    shell.Mode = 1;
+    for (const LocalNetworks::Range& range : ranges) {
+        // No retry and a short time-out: the replies are not what is wanted, the resolution is,
+        // and the kernel goes on with it after the tool has ended.
+        shell.executeArguments(toolPath("fping"),
+                               {"-q", "-r", "0", "-t", "50", "-i", Str(intervalMs), "-g",
+                                String(LocalNetworks::dotted(range.first)),
+                                String(LocalNetworks::dotted(range.last))});
+    }
 }
 
 String neighbourTable(Shell& shell) {

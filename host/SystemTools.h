@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "host/LocalNetworks.h"
 #include "host/Shell.h"
@@ -16,11 +17,12 @@ namespace host::SystemTools {
 // Runs in the shell's current mode; nothing of it is meant to be read.
 void broadcastPing(Shell& shell);
 
-// One echo request to every address of `range`, one every `intervalMs`, so that the kernel
-// resolves each and every host that answers address resolution shows in the neighbour table,
-// whether or not it answers echo. Runs in the shell's current mode; nothing of it is read, and a
-// missing tool is only a fill that did not happen.
-void fillNeighbours(Shell& shell, const LocalNetworks::Range& range, std::int64_t intervalMs);
+// Makes the kernel resolve every address of `ranges`, so that the neighbour table lists every
+// host that answers address resolution, also one that drops all echo requests: one fping per
+// range, all at once, as asynchronous children of `shell`, whose children from an earlier fill
+// are ended first (a hung tool must not live on). Nothing of them is read, and a missing tool is
+// only a fill that did not happen.
+void fillNeighbours(Shell& shell, const std::vector<LocalNetworks::Range>& ranges);
 
 // The neighbour table as `arp -a -n` prints it, its lines in BSD form.
 String neighbourTable(Shell& shell);

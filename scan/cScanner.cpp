@@ -61,9 +61,10 @@ void cScanner::DoScan() {
     if (Globals::DebugMode) {
         Globals::writelog("begin arp scan", 1);
     }
-    // Runs beside the broadcast, which outlasts the fill of a /24: the table read below already
-    // holds what it found. A bigger fill shows in full at the next sweep.
-    fill_->start(host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
+    // Runs beside the broadcast, which outlasts a fill of up to 768 addresses: the table read
+    // below holds what it found. A bigger fill shows in full at the next sweep.
+    host::SystemTools::fillNeighbours(
+        *fill_, host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
     host::SystemTools::broadcastPing(*shell);
     enterArpLines(host::SystemTools::neighbourTable(*shell));
     pingWhatIsDue(HostDict);

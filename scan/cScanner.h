@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/Dictionary.h"
-#include "host/NeighbourFill.h"
 #include "host/Ref.h"
+#include "host/Shell.h"
 #include "host/String.h"
 #include "scan/cDevice.h"
 #include "store/CXML.h"
@@ -28,6 +28,6 @@ public:
 private:
     void enterArpLines(const host::String& table);
 
-    // Hosts that ignore broadcast echo are made to show in the neighbour table by this.
-    host::Ref<host::NeighbourFill> fill_ = host::New<host::NeighbourFill>();
+    // Runs the tools that make hosts which ignore broadcast echo show in the neighbour table.
+    host::Ref<host::Shell> fill_ = host::New<host::Shell>();
 };

@@ -70,7 +70,9 @@ row() {
 shapes() {
     sed -E -e 's#/bytes:([0-9]+)/value:([0-9]+)# of \1 bytes in \2-byte values#' \
         -e 's#BM_ReadMultiPacket#parse#' -e 's#BM_WriteMultiPacket#write#' \
-        -e 's#BM_SaveToString#save#' -e 's#BM_LoadFromString#load#'
+        -e 's#BM_SaveToString#save#' -e 's#BM_LoadFromString#load#' \
+        -e 's#BM_NeighbourFill/one_24#one /24#' -e 's#BM_NeighbourFill/three_24#three /24#' \
+        -e 's#BM_NeighbourFill/one_22#one /22#'
 }
 
 cpu=$(awk -F': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)
@@ -106,6 +108,11 @@ p99=$(counter pump_bench p99_us ChildExitToCompleted | awk -F'\t' '{ printf "%.3
     counter scan_bench rss_kb_holding_1000 SweepOfThousandHosts |
         row "resident memory with 1,000 hosts" "under 8 MB" \
             under 8 0.001024 "%.1f MB, the most of 3 runs"
+    counter sweep_bench cpu_ms_per_fill NeighbourFill |
+        row "neighbour fill, driver CPU per sweep" "under 5 ms" under 5 1 "%.2f ms"
+    counter sweep_bench unserved_s_per_sweep LinkUnservedPerSweep |
+        row "link unserved per sweep, a /24 of 6 hosts (root, namespaces)" "under 3 s" \
+            under 3 1 "%.2f s, the worse of 2 sweeps"
 } | shapes
 
 for program in "${programs[@]}"; do

@@ -3,10 +3,11 @@
 # missing. Needs root (or sudo) only when something is missing.
 set -euo pipefail
 
-# The driver runs the system's ping and arp. The real-network test makes namespaces with
-# iproute2; dpkg-dev finds the package's library needs; clang builds the fuzzers and checks the code.
-packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping net-tools iproute2 dpkg-dev
-          clang libclang-rt-14-dev clang-tidy)
+# The driver runs the system's ping, arp and fping. The real-network test makes namespaces with
+# iproute2 and a German locale from the locales package; dpkg-dev finds the package's library
+# needs; clang builds the fuzzers and checks the code.
+packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping net-tools fping iproute2
+          locales dpkg-dev clang libclang-rt-14-dev clang-tidy)
 
 missing=()
 for package in "${packages[@]}"; do

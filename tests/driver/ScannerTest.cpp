@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ScanFixture.h"
+#include "host/LocalNetworks.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -12,8 +13,9 @@
 #include "FakeNetwork.h"
 #include "host/ConsoleApplication.h"
 #include "host/LocalNetworks.h"
-#include "host/NeighbourFill.h"
 #include "host/Ref.h"
+#include "host/Shell.h"
+#include "host/SystemTools.h"
 
 namespace {
 
@@ -100,14 +102,17 @@ TEST(LocalNetworksTest, OnlyLansThatDoArpAreFilledEveryAddressOnceInBlocks) {
     EXPECT_TRUE(host::LocalNetworks::lansOf(nullptr).empty());
 }
 
-class NeighbourFillTest : public ::testing::Test {
+class FillTest : public ::testing::Test {
 protected:
-    // Pumps until the fill has no child left and `calls` runs of the tool have been seen.
-    void settle(std::size_t calls) {
-        for (int turn = 0; turn < 500 && (fill->IsRunning() || network.fillCalls().size() < calls);
-             ++turn) {
+    // Pumps until the fill has no child left; the tool's runs, sorted, as they ran side by side.
+    std::vector<std::string> settle() {
+        for (int turn = 0; turn < 500 && fill->IsRunning(); ++turn) {
             host::ConsoleApplication::DoEvents(10);
         }
+        std::vector<std::string> calls = network.fillCalls();
+        std::sort(calls.begin(), calls.end());
+        network.forgetCalls();
+        return calls;
     }
 
     static std::string call(const char* interval, const char* first, const char* last) {
@@ -115,37 +120,39 @@ protected:
                "]";
     }
 
+    void fillLans(const std::vector<Lan>& lans) {
+        host::SystemTools::fillNeighbours(*fill, host::LocalNetworks::fillRanges(lans));
+    }
+
     testsupport::FakeNetwork network;
-    host::Ref<host::NeighbourFill> fill = host::New<host::NeighbourFill>();
+    host::Ref<host::Shell> fill = host::New<host::Shell>();
 };
 
-TEST_F(NeighbourFillTest, BlocksRunOneAfterTheOtherAndMoreThan512AddressesArePaced) {
-    fill->start(
-        host::LocalNetworks::fillRanges({{ipv4("10.0.0.0"), 23}, {ipv4("192.168.7.0"), 24}}));
-    settle(3);
-    EXPECT_EQ(network.fillCalls(),
-              (std::vector<std::string>{call("6", "10.0.0.1", "10.0.1.0"),
-                                        call("6", "10.0.1.1", "10.0.1.254"),
-                                        call("6", "192.168.7.1", "192.168.7.254")}));
-    network.forgetCalls();
-    fill->start({});
-    settle(0);
-    EXPECT_TRUE(network.fillCalls().empty());
+TEST_F(FillTest, EveryBlockRunsAtOnceAndMoreThan768AddressesArePaced) {
+    fillLans({{ipv4("10.0.0.0"), 23}, {ipv4("10.1.0.0"), 24}});
+    EXPECT_EQ(settle(), (std::vector<std::string>{call("1", "10.0.0.1", "10.0.1.0"),
+                                                  call("1", "10.0.1.1", "10.0.1.254"),
+                                                  call("1", "10.1.0.1", "10.1.0.254")}));
+    // Four tools at one request every 16 ms are one request every 4 ms.
+    fillLans({{ipv4("10.0.0.0"), 22}});
+    EXPECT_EQ(settle(),
+              (std::vector<std::string>{
+                  call("16", "10.0.0.1", "10.0.1.0"), call("16", "10.0.1.1", "10.0.2.0"),
+                  call("16", "10.0.2.1", "10.0.3.0"), call("16", "10.0.3.1", "10.0.3.254")}));
+    fillLans({});
+    EXPECT_TRUE(settle().empty());
 }
 
-TEST_F(NeighbourFillTest, AFillStillRunningAtTheNextStartIsEnded) {
+TEST_F(FillTest, AFillStillRunningAtTheNextIsEnded) {
     std::ofstream(network.folder() + "/fping-sleep") << "30\n";
-    fill->start(host::LocalNetworks::fillRanges({{ipv4("10.0.0.0"), 22}}));
+    fillLans({{ipv4("10.0.0.0"), 24}});
     for (int turn = 0; turn < 500 && network.fillCalls().empty(); ++turn) {
         host::ConsoleApplication::DoEvents(10);
     }
     std::filesystem::remove(network.folder() + "/fping-sleep");
-    // The hung tool is killed, its three blocks still to come are dropped, and the new fill runs.
-    fill->start(host::LocalNetworks::fillRanges({{ipv4("192.168.7.0"), 24}}));
-    settle(2);
-    EXPECT_EQ(network.fillCalls(),
-              (std::vector<std::string>{call("6", "10.0.0.1", "10.0.1.0"),
-                                        call("1", "192.168.7.1", "192.168.7.254")}));
+    fillLans({{ipv4("192.168.7.0"), 24}});
+    EXPECT_EQ(settle(), (std::vector<std::string>{call("1", "10.0.0.1", "10.0.0.254"),
+                                                  call("1", "192.168.7.1", "192.168.7.254")}));
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ check_installed "$scratch/prefix/bin"
 (cd "$build" && cpack -G DEB -B "$scratch/package" >/dev/null)
 deb=$(ls "$scratch"/package/*.deb)
 depends=$(dpkg-deb -f "$deb" Depends)
-for needed in iputils-ping net-tools; do
+for needed in iputils-ping net-tools fping; do
     grep -q "$needed" <<<"$depends" || { echo "$deb does not depend on $needed: $depends"; exit 1; }
 done
 dpkg -x "$deb" "$scratch/root"

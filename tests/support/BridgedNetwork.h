@@ -1,0 +1,61 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// A network in network namespaces: each host in a namespace of its own with the kernel's
+// defaults (so it ignores broadcast echo), joined to the driver's namespace by one bridge per
+// LAN in one more namespace, so that nothing is added to the machine's own network. LAN n is
+// 10.(99-n).0.0/24, on the driver's eth<n> at .10; the driver's default route goes through the
+// host named "gateway". The names carry the process id: runs side by side do not meet.
+class BridgedNetwork {
+public:
+    struct Host {
+        std::string role;
+        int lan;
+        std::string ip;
+        std::string mac;
+        // False: the host drops every echo request, as many firewalls make it.
+        bool answersEcho;
+    };
+
+    // A home network as it comes: host1, host2 and host3 (which drops echo) on LAN 0, host4 on
+    // LAN 1, and the gateway of the default route alone on LAN 2, as behind a VPN or an uplink.
+    static std::vector<Host> home();
+    // `hosts` hosts on LAN 0, the first of them the gateway.
+    static std::vector<Host> oneLan(int hosts);
+
+    // Builds the network; when that cannot be done, whyNot() says why and nothing is left.
+    explicit BridgedNetwork(std::vector<Host> plan);
+    // Deleting a namespace takes its links with it.
+    ~BridgedNetwork();
+    BridgedNetwork(const BridgedNetwork&) = delete;
+    BridgedNetwork& operator=(const BridgedNetwork&) = delete;
+
+    const std::string& whyNot() const { return whyNot_; }
+    // The command that failed last, and what it printed.
+    const std::string& lastFailure() const { return lastFailure_; }
+    const std::vector<Host>& hosts() const { return hosts_; }
+    const Host& host(const std::string& role) const;
+    std::string namespacePath(const std::string& role) const;
+    bool setHostLink(const std::string& role, bool up);
+    // Empties every neighbour table, so that what the driver finds it found itself.
+    bool forgetNeighbours();
+
+private:
+    std::string name(const std::string& role) const;
+    // "ip -n <namespace of role> "
+    std::string ip(const std::string& role) const;
+    // Runs a command line; on failure records it and its output in lastFailure_.
+    bool run(const std::string& command);
+    bool build(const std::vector<Host>& plan);
+    // A veth from `device` in the namespace of `role` to a port of the bridge of `lan`.
+    bool join(const std::string& role, const std::string& device, int lan,
+              const std::string& address, const std::string& mac);
+    void removeAll();
+
+    std::vector<Host> hosts_;
+    std::vector<std::string> made_;
+    std::string whyNot_;
+    std::string lastFailure_;
+};
