@@ -8,12 +8,6 @@ scripts/install-deps.sh
 cmake -S . -B build >/dev/null
 cmake --build build -j "$(nproc)" >/dev/null
 
-if [ "$(id -u)" -ne 0 ]; then
-    echo "Note: the driver's broadcast ping (ping -b), which fills the neighbour table with the"
-    echo "hosts of your network, needs root. Run 'sudo ./scripts/demo.sh' to see them all; as you"
-    echo "are, only hosts already in the neighbour table come up."
-fi
-
 # The default gateway, watched as a unit by its address, shows a named row next to the hardware
 # addresses that the sweep finds. It is pinged from the second sweep on, about 30 s in.
 units=()
