@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -272,6 +274,28 @@ void Shell::WriteLine(const String& text) {
 void Shell::Close() {
     for (const auto& child : children_) {
         pidfdKill(child->pidfd.get());
+    }
+}
+
+void Shell::waitWhileRunning(std::int64_t milliseconds) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+    std::vector<pollfd> running;
+    for (const auto& child : children_) {
+        running.push_back({child->pidfd.get(), POLLIN, 0});
+    }
+    while (!running.empty()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) {
+            return;
+        }
+        const int ready = ::poll(running.data(), running.size(),
+                                 static_cast<int>(std::min<std::int64_t>(left.count(), INT_MAX)));
+        if (ready < 0 && errno != EINTR) {
+            return;
+        }
+        // A pidfd stays readable once its child has ended: only the others are waited for.
+        std::erase_if(running, [](const pollfd& fd) { return fd.revents != 0; });
     }
 }
 

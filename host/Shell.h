@@ -44,6 +44,9 @@ public:
 
     // Each element one argument, exactly as given: no splitting, no shell, no option parsing.
     void executeArguments(const String& executable, const Array<String>& arguments);
+    // Blocks until every running child has ended or `milliseconds` have passed, delivering
+    // nothing: in mode 1 their ends still come as events in the pump.
+    void waitWhileRunning(std::int64_t milliseconds);
 
     // Everything the last child wrote; complete once it has ended.
     const String& Result() const { return result_; }

@@ -1,5 +1,6 @@
 #include "host/SystemTools.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <numeric>
 #include <string>
@@ -19,6 +20,8 @@ namespace {
 // to one request every 4 ms in all, so that about 750 wait at a time.
 constexpr std::uint64_t kQuickFillAddresses = 768;
 constexpr std::int64_t kPacedFillMs = 4;
+// As long as the broadcast may take: a sweep never keeps the link waiting longer.
+constexpr std::chrono::milliseconds kFillWait{2000};
 
 // A driver started with a user's PATH still finds `arp`, which lives in sbin.
 constexpr std::string_view kFallbackFolders = "/usr/sbin:/sbin:/usr/bin:/bin";
@@ -108,8 +111,16 @@ long repliesCounted(std::string_view output) {
 
 }  // namespace
 
-void broadcastPing(Shell& shell) {
-    shell.executeArguments(toolPath("ping"), {"-b", "-c", "2", "-w", "2", "255.255.255.255"});
+void fillNeighbourTable(Shell& sweep, Shell& fill,
+                        const std::vector<LocalNetworks::Range>& ranges) {
+    using Clock = std::chrono::steady_clock;
+    const auto started = Clock::now();
+    fillNeighbours(fill, ranges);
+    sweep.executeArguments(toolPath("ping"), {"-b", "-c", "2", "-w", "2", "255.255.255.255"});
+    // Without a default route the broadcast fails at once.
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(kFillWait - (Clock::now() - started));
+    fill.waitWhileRunning(left.count());
 }
 
 void fillNeighbours(Shell& shell, const std::vector<LocalNetworks::Range>& ranges) {

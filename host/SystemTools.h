@@ -12,16 +12,19 @@
 // brought back to the BSD form before the logic reads it.
 namespace host::SystemTools {
 
-// Two echo requests to the limited broadcast address, so that the neighbour table fills, with
-// a deadline of 2 seconds: where nobody answers broadcasts it would linger 10 seconds more.
-// Runs in the shell's current mode; nothing of it is meant to be read.
-void broadcastPing(Shell& shell);
+// What a BSD sweep gets from its broadcast ping, a neighbour table that lists the hosts of the
+// local LANs, made the Linux way, where hosts ignore broadcast echo. Blocks `sweep` (mode 0) for
+// at most about 2 seconds: `fill` (kept from sweep to sweep) starts the neighbour fill of
+// `ranges`; two echo requests go to the limited broadcast address with a deadline of 2 seconds
+// (where nobody answers it would linger 10 seconds more); and where the broadcast ended sooner,
+// the fill gets what is left of those 2 seconds. Nothing the tools print is read.
+void fillNeighbourTable(Shell& sweep, Shell& fill, const std::vector<LocalNetworks::Range>& ranges);
 
 // Makes the kernel resolve every address of `ranges`, so that the neighbour table lists every
 // host that answers address resolution, also one that drops all echo requests: one fping per
 // range, all at once, as asynchronous children of `shell`, whose children from an earlier fill
-// are ended first (a hung tool must not live on). Nothing of them is read, and a missing tool is
-// only a fill that did not happen.
+// are ended first (a hung tool must not live on). A missing tool is only a fill that did not
+// happen.
 void fillNeighbours(Shell& shell, const std::vector<LocalNetworks::Range>& ranges);
 
 // The neighbour table as `arp -a -n` prints it, its lines in BSD form.

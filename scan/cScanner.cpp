@@ -61,11 +61,10 @@ void cScanner::DoScan() {
     if (Globals::DebugMode) {
         Globals::writelog("begin arp scan", 1);
     }
-    // Runs beside the broadcast, which outlasts a fill of up to 768 addresses: the table read
-    // below holds what it found. A bigger fill shows in full at the next sweep.
-    host::SystemTools::fillNeighbours(
-        *fill_, host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
-    host::SystemTools::broadcastPing(*shell);
+    // A fill of up to 768 addresses is over when this returns; a bigger one shows in full at
+    // the next sweep.
+    host::SystemTools::fillNeighbourTable(
+        *shell, *fill_, host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
     enterArpLines(host::SystemTools::neighbourTable(*shell));
     pingWhatIsDue(HostDict);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 #include <numeric>
@@ -179,6 +180,25 @@ TEST_F(PumpTest, ShellCloseKillsAndEveryExecuteCompletesOnce) {
     ::unsetenv("LANGUAGE");
     EXPECT_EQ(shell->Result().bytes(), "C unset\n");
     EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
+}
+
+// The wait serves nothing: the ends come afterwards, in the pump, once each.
+TEST_F(PumpTest, ShellWaitsForItsChildrenUpToItsLimitWithoutDeliveringAnything) {
+    RecordingShell::ends.clear();
+    auto shell = std::make_shared<RecordingShell>();
+    shell->Mode = 1;
+    shell->Execute("sleep 0.1; exit 4");
+    shell->Execute("exit 5");
+    const auto begun = std::chrono::steady_clock::now();
+    shell->waitWhileRunning(20000);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
+    EXPECT_TRUE(RecordingShell::ends.empty());
+    shell->Execute("sleep 30");
+    shell->waitWhileRunning(50);
+    EXPECT_TRUE(shell->IsRunning());
+    shell->Close();
+    finish(shell);
+    EXPECT_EQ(RecordingShell::ends, (std::vector{End(4, ""), End(5, ""), End(137, "")}));
 }
 
 class RecordingSocket : public host::TCPSocket {
