@@ -152,11 +152,16 @@ TEST_F(DriverProcessTest, ReportsArpHostsAndUnitsFromStartToClose) {
 }
 
 // The last turn of the run loop and the one-second drain take at most 1.25 s. In the sanitizer
-// build the leak check at exit and the slower pump come on top.
+// build the leak check at exit and the slower pump come on top; its shadow memory and quarantine
+// dwarf the driver's own, and its slower loop needs longer to back the link up.
 #ifdef __SANITIZE_ADDRESS__
 constexpr auto kEndLimit = 1750ms;
+constexpr bool kMemoryMeasured = false;
+constexpr auto kLoopUnread = 6s;
 #else
 constexpr auto kEndLimit = 1500ms;
+constexpr bool kMemoryMeasured = true;
+constexpr auto kLoopUnread = 1500ms;
 #endif
 
 // A ping that runs for ten seconds is still running when the driver is told to stop, or loses
@@ -238,7 +243,7 @@ TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
             progressAt = tally.answers > before ? Clock::now() : progressAt;
         }
         EXPECT_EQ(tally.answers, flood.size() / ping.size()) << c.name;
-        EXPECT_LT(mostKb, 64 * 1024) << c.name;
+        EXPECT_TRUE(!kMemoryMeasured || mostKb < 64 * 1024) << c.name << ": " << mostKb << " kB";
         if (tally.answers < flood.size() / ping.size()) {
             ::kill(driver.pid(), SIGKILL);  // a stuck driver never takes the rest of the flood
         }
@@ -256,7 +261,7 @@ TEST_F(DriverProcessTest, EndlessMalformedLinesAreGivenUpOnlyWhileTheControllerD
     ASSERT_TRUE(controller.server.accept(5s));
     controller.server.send("Q");
     long mostKb = 0;
-    for (const auto until = Clock::now() + 1500ms; Clock::now() < until;) {
+    for (const auto until = Clock::now() + kLoopUnread; Clock::now() < until;) {
         std::this_thread::sleep_for(20ms);
         mostKb = std::max(mostKb, testsupport::residentKilobytes(driver.pid()));
     }
@@ -264,7 +269,7 @@ TEST_F(DriverProcessTest, EndlessMalformedLinesAreGivenUpOnlyWhileTheControllerD
     for (const auto until = Clock::now() + 1s; Clock::now() < until;) {
         tally.feed(controller.server.receive(10ms));
     }
-    EXPECT_LT(mostKb, 100 * 1024);
+    EXPECT_TRUE(!kMemoryMeasured || mostKb < 100 * 1024) << mostKb << " kB";
     EXPECT_EQ(tally.dropNotes, 1u);
     EXPECT_GT(tally.dropped, 0u);
     EXPECT_GT(tally.malformed, 1000u);
