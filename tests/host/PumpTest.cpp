@@ -282,6 +282,20 @@ TEST_F(PumpTest, SocketStopsReadingWhileBackedUpAndResumesAfterTheDrain) {
     socket->Close();
 }
 
+// Reading paused, a peer that goes away is still noticed, once.
+TEST_F(PumpTest, SocketBackedUpStillNoticesThePeerClosing) {
+    testsupport::LoopbackServer server;
+    auto socket = connectTo(server.port());
+    ASSERT_TRUE(server.accept());
+    ASSERT_TRUE(pumpUntil([&] { return socket->IsConnected(); }));
+    socket->Write(host::String(std::string(std::size_t{16} << 20, 'o')));
+    ASSERT_TRUE(socket->IsBackedUp());
+    server.closeClient();  // with our bytes unread, so the link is reset
+    EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    host::ConsoleApplication::DoEvents(20);
+    EXPECT_EQ(socket->events, (Names{"connected", "error " + std::to_string(ECONNRESET)}));
+}
+
 TEST_F(PumpTest, SocketFailureToConnectArrivesOnceInsideThePump) {
     // A port out of range fails inside Connect itself; its report must still wait.
     for (auto [port, errorNumber] :
