@@ -32,7 +32,7 @@ constexpr std::size_t kKeptCapacity = std::size_t{256} << 10;
 constexpr std::size_t kProbeSize = 4096;
 // One turn's read: a burst of this size is handed over whole, and what it costs in memory, with
 // the answers it may raise, stays within bounds.
-constexpr std::size_t kReadPerTurn = std::size_t{16} << 20;
+constexpr std::size_t kReadPerTurn = std::size_t{12} << 20;
 // A turn that has read this much is a flood, and waits up to kFloodWaitMs for more.
 constexpr std::size_t kFloodTurn = std::size_t{64} << 10;
 constexpr int kFloodWaitMs = 1;
@@ -295,6 +295,11 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
             queued > 0 ? std::min(static_cast<std::size_t>(queued), kReadPerTurn - total)
                        : kProbeSize;
         const std::size_t start = received_.size();
+        // A flood gets room for the whole turn at once: growing by doubling would copy it, and
+        // hold both copies, on its way in. Room it does not fill is never touched.
+        if (want >= kFloodTurn) {
+            received_.reserve(start + kReadPerTurn - total);
+        }
         received_.resize(start + want);
         const ssize_t count = ::recv(fd_, received_.data() + start, want, 0);
         received_.resize(start + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));

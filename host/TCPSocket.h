@@ -19,7 +19,7 @@ namespace host {
 // bytes that came before); the socket then counts as not connected and drops later writes
 // silently.
 //
-// A data event hands over all the kernel holds, up to 16 MiB a turn, so a burst that has arrived
+// A data event hands over all the kernel holds, up to 12 MiB a turn, so a burst that has arrived
 // is not cut by the reading. While more than kHighWater bytes wait to be sent the socket reads
 // nothing, and the peer's writes wait in TCP, until fewer than kLowWater are left: what the
 // process owes and holds stays bounded whatever the peer does.
