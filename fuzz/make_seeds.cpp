@@ -173,6 +173,15 @@ void writeMessages() {
     write("link_delivery", "lower_case_lead", "j" + ping.substr(1));
     // A common message whose rest never comes: the cutter turns until its bound.
     write("link_delivery", "partial_common", std::string("X\020a@"));
+    // Floods whose delivery ends in the first bytes of a multi-packet: with two, its length byte
+    // is read as a common message's and the cutter turns; with one, it logs the malformed line
+    // on every pass.
+    std::string flood;
+    for (int i = 0; i < 200; ++i) {
+        flood += ping;
+    }
+    write("link_delivery", "flood_cut_in_length", flood + ping.substr(0, 2));
+    write("link_delivery", "flood_then_lone_byte", flood + ping.substr(0, 1));
 }
 
 }  // namespace

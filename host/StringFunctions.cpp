@@ -347,8 +347,15 @@ String Str(std::int64_t n) {
 }
 
 String Str(double n) {
-    if (std::trunc(n) == n && std::fabs(n) < 1e15) {
-        return Str(static_cast<std::int64_t>(n));
+    if (std::trunc(n) == n) {
+        if (std::fabs(n) < 0x1p63) {
+            return Str(static_cast<std::int64_t>(n));
+        }
+        // Past 64 bits, the shortest digits that read back as the value; 1e308 takes 309.
+        std::array<char, 320> digits{};
+        auto result = std::to_chars(digits.data(), digits.data() + digits.size(), n,
+                                    std::chars_format::fixed);
+        return fromChars(digits.data(), result.ptr, TextEncoding::UTF8);
     }
     std::array<char, 32> buffer{};
     auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), n,

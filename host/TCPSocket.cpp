@@ -4,11 +4,11 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -23,9 +23,19 @@ namespace host {
 
 namespace {
 
-// Enough to drain a busy link in a few turns, small enough that a flood cannot starve the
-// rest of the pump.
-constexpr std::size_t kReadPerTurn = 1 << 20;
+// Write sends at once from this much on: often enough that a handler which never returns to the
+// pump still gets its bytes out, rarely enough that a burst of small messages costs few send()s.
+constexpr std::int64_t kSendAtOnce = std::int64_t{64} << 10;
+// Storage kept after the queue has drained; more is given back.
+constexpr std::size_t kKeptCapacity = std::size_t{256} << 10;
+// A read when the kernel holds nothing only learns whether the peer has closed.
+constexpr std::size_t kProbeSize = 4096;
+// One turn's read: a burst of this size is handed over whole, and what it costs in memory, with
+// the answers it may raise, stays within bounds.
+constexpr std::size_t kReadPerTurn = std::size_t{12} << 20;
+// A turn that has read this much is a flood, and waits up to kFloodWaitMs for more.
+constexpr std::size_t kFloodTurn = std::size_t{64} << 10;
+constexpr int kFloodWaitMs = 1;
 
 // Never destroyed: sockets with static lifetime still erase themselves during exit.
 std::unordered_set<TCPSocket*>& liveSockets() {
@@ -111,7 +121,7 @@ void TCPSocket::Connect() {
 void TCPSocket::Close() {
     release();
     state_ = State::Idle;
-    outgoing_.clear();
+    discardOutgoing();
     pendingFailure_ = false;
 }
 
@@ -126,11 +136,28 @@ void TCPSocket::Poll() {
 }
 
 void TCPSocket::Write(const String& data) {
-    if (state_ != State::Connecting && state_ != State::Connected) {
+    // A failure waiting for the pump means these bytes could never leave.
+    if ((state_ != State::Connecting && state_ != State::Connected) || pendingFailure_) {
         return;
     }
-    // Only queued: the pump sends everything written within one turn in a single send().
     outgoing_ += data.bytes();
+    if (BytesLeftToSend() >= kSendAtOnce) {
+        Flush();
+    } else {
+        updateInterest();
+    }
+}
+
+void TCPSocket::Flush() {
+    if (state_ != State::Connected || pendingFailure_) {
+        return;
+    }
+    int error = 0;
+    flushOutgoing(error);
+    if (error != 0) {
+        // Reported by the pump, never from here.
+        postFailure(callError("send", error), error);
+    }
     updateInterest();
 }
 
@@ -195,7 +222,7 @@ void TCPSocket::serveConnection(short revents) {
     bool closed = false;
     if ((revents & POLLNVAL) != 0) {
         readError = EBADF;
-    } else if ((revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+    } else if ((revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) != 0) {
         readAvailable(readError, closed);
     }
     if (readError == 0 && !closed && (revents & POLLOUT) != 0) {
@@ -222,8 +249,10 @@ void TCPSocket::serveConnection(short revents) {
 void TCPSocket::fail(const std::string& message, int error) {
     IOException err{String(message), error};
     state_ = State::Failed;
+    // A failure that Write or Flush left for the pump may be overtaken by one found here.
+    pendingFailure_ = false;
     release();
-    outgoing_.clear();
+    discardOutgoing();
     Event_Error(err);
 }
 
@@ -250,32 +279,55 @@ void TCPSocket::deliverPending() {
     fail(std::exchange(pendingMessage_, {}), pendingError_);
 }
 
+// Reads until the kernel holds nothing more, so that a burst which has arrived is handed over
+// whole: reading less would cut the stream where the sender did not. A sender that refills as
+// fast as it is read would make that endless, so kReadPerTurn bounds one turn.
 void TCPSocket::readAvailable(int& error, bool& closed) {
-    std::array<char, std::size_t{64} * 1024> buffer;  // filled by recv(), so left uninitialised
     std::size_t total = 0;
     while (total < kReadPerTurn) {
-        ssize_t count = ::recv(fd_, buffer.data(), buffer.size(), 0);
+        int queued = 0;
+        if (::ioctl(fd_, FIONREAD, &queued) != 0) {
+            error = errno;
+            return;
+        }
+        // Nothing queued: all is read, or the peer has closed or failed, and recv says which.
+        const std::size_t want =
+            queued > 0 ? std::min(static_cast<std::size_t>(queued), kReadPerTurn - total)
+                       : kProbeSize;
+        const std::size_t start = received_.size();
+        // A flood gets room for the whole turn at once: growing by doubling would copy it, and
+        // hold both copies, on its way in. Room it does not fill is never touched.
+        if (want >= kFloodTurn) {
+            received_.reserve(start + kReadPerTurn - total);
+        }
+        received_.resize(start + want);
+        const ssize_t count = ::recv(fd_, received_.data() + start, want, 0);
+        received_.resize(start + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         if (count > 0) {
-            received_.append(buffer.data(), static_cast<std::size_t>(count));
             total += static_cast<std::size_t>(count);
         } else if (count == 0) {
             closed = true;
             return;
-        } else if (errno != EINTR) {
-            if (errno != EAGAIN && errno != EWOULDBLOCK) {
-                error = errno;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            // Caught up with a peer in the middle of a flood: the rest of its burst is usually a
+            // moment behind, and handing it over whole spares the stream a cut.
+            pollfd more{fd_, POLLIN, 0};
+            if (total < kFloodTurn || ::poll(&more, 1, kFloodWaitMs) <= 0) {
+                return;
             }
+        } else if (errno != EINTR) {
+            error = errno;
             return;
         }
     }
 }
 
 bool TCPSocket::flushOutgoing(int& error) {
-    std::size_t sent = 0;
-    while (sent < outgoing_.size()) {
-        ssize_t count = ::send(fd_, outgoing_.data() + sent, outgoing_.size() - sent, MSG_NOSIGNAL);
+    while (sentHead_ < outgoing_.size()) {
+        ssize_t count =
+            ::send(fd_, outgoing_.data() + sentHead_, outgoing_.size() - sentHead_, MSG_NOSIGNAL);
         if (count >= 0) {
-            sent += static_cast<std::size_t>(count);
+            sentHead_ += static_cast<std::size_t>(count);
         } else if (errno != EINTR) {
             if (errno != EAGAIN && errno != EWOULDBLOCK) {
                 error = errno;
@@ -283,17 +335,52 @@ bool TCPSocket::flushOutgoing(int& error) {
             break;
         }
     }
-    outgoing_.erase(0, sent);
-    return outgoing_.empty();
+    dropSent();
+    return BytesLeftToSend() == 0;
+}
+
+// Moving the unsent rest only once it is no more than what has left keeps a long queue linear.
+void TCPSocket::dropSent() {
+    if (sentHead_ == outgoing_.size()) {
+        sentHead_ = 0;
+        if (outgoing_.capacity() > kKeptCapacity) {
+            std::string().swap(outgoing_);
+        } else {
+            outgoing_.clear();
+        }
+    } else if (sentHead_ >= outgoing_.size() - sentHead_) {
+        outgoing_.erase(0, sentHead_);
+        sentHead_ = 0;
+        if (outgoing_.capacity() > kKeptCapacity && outgoing_.capacity() > 4 * outgoing_.size()) {
+            outgoing_.shrink_to_fit();
+        }
+    }
+}
+
+void TCPSocket::discardOutgoing() {
+    std::string().swap(outgoing_);
+    sentHead_ = 0;
+    backedUp_ = false;
 }
 
 void TCPSocket::updateInterest() {
+    const std::int64_t left = BytesLeftToSend();
+    if (left > kHighWater) {
+        backedUp_ = true;
+    } else if (left < kLowWater) {
+        backedUp_ = false;
+    }
     if (watch_ == 0) {
         return;
     }
     short events = POLLOUT;
     if (state_ == State::Connected) {
-        events = outgoing_.empty() ? POLLIN : POLLIN | POLLOUT;
+        // Paused, a peer that closes its end is still noticed: its last bytes are then all there
+        // is to read.
+        events = backedUp_ ? POLLRDHUP : POLLIN;
+        if (left > 0) {
+            events = static_cast<short>(events | POLLOUT);
+        }
     }
     EventPump::instance().setEvents(watch_, events);
 }

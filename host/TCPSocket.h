@@ -12,11 +12,17 @@
 namespace host {
 
 // A TCP client of the host. Connect starts a non-blocking connection and returns at once; the
-// outcome arrives as Event_Connected or Event_Error inside the pump or Poll. Write only queues:
-// the bytes leave in order within the following pumps, so a burst of small messages costs one
-// send(). Event_Error is raised once when the connection is refused, lost or closed by the
-// peer (after a last Event_DataAvailable for bytes that came before); the socket then counts as
-// not connected and drops later writes silently.
+// outcome arrives as Event_Connected or Event_Error inside the pump or Poll. Write queues, and
+// sends at once only when a good deal has gathered, so a burst of small messages costs few
+// send()s; the rest leaves in order within the following pumps. Event_Error is raised once when
+// the connection is refused, lost or closed by the peer (after a last Event_DataAvailable for
+// bytes that came before); the socket then counts as not connected and drops later writes
+// silently.
+//
+// A data event hands over all the kernel holds, up to 12 MiB a turn, so a burst that has arrived
+// is not cut by the reading. While more than kHighWater bytes wait to be sent the socket reads
+// nothing, and the peer's writes wait in TCP, until fewer than kLowWater are left: what the
+// process owes and holds stays bounded whatever the peer does.
 class TCPSocket : public std::enable_shared_from_this<TCPSocket> {
 public:
     TCPSocket();
@@ -33,11 +39,22 @@ public:
     // Serves this socket's pending events now, on the calling thread.
     void Poll();
     bool IsConnected() const { return state_ == State::Connected; }
+    // Never blocks, raises or delivers an event; a send that fails is reported by the pump.
     void Write(const String& data);
+    // Sends what the link takes now, under the same rules as Write.
+    void Flush();
     // All received bytes not yet read; empties the store.
     String ReadAll(TextEncoding encoding = TextEncoding::None);
     std::int64_t BytesAvailable() const { return static_cast<std::int64_t>(received_.size()); }
-    std::int64_t BytesLeftToSend() const { return static_cast<std::int64_t>(outgoing_.size()); }
+    std::int64_t BytesLeftToSend() const {
+        return static_cast<std::int64_t>(outgoing_.size() - sentHead_);
+    }
+    // True from the moment more than kHighWater bytes wait to be sent until fewer than kLowWater
+    // do; reading stays paused meanwhile.
+    bool IsBackedUp() const { return backedUp_; }
+
+    static constexpr std::int64_t kHighWater = std::int64_t{4} << 20;
+    static constexpr std::int64_t kLowWater = std::int64_t{1} << 20;
 
     // Sends what every socket still has queued, for at most `milliseconds`, without raising any
     // event: the host's last act before the process ends.
@@ -60,6 +77,8 @@ private:
     void deliverPending();
     void readAvailable(int& error, bool& closed);
     bool flushOutgoing(int& error);
+    void dropSent();
+    void discardOutgoing();
     void updateInterest();
     void release();
 
@@ -67,7 +86,10 @@ private:
     int fd_ = -1;
     EventPump::WatchId watch_ = 0;
     std::string received_;
+    // The bytes before sentHead_ have left; they are dropped in bulk, not one send() at a time.
     std::string outgoing_;
+    std::size_t sentHead_ = 0;
+    bool backedUp_ = false;
     bool pendingFailure_ = false;
     std::string pendingMessage_;
     int pendingError_ = 0;

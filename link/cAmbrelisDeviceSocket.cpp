@@ -1,6 +1,7 @@
 #include "link/cAmbrelisDeviceSocket.h"
 
 #include <limits>
+#include <utility>
 
 #include "core/Globals.h"
 #include "host/ByteOrder.h"
@@ -39,10 +40,28 @@ host::String cAmbrelisDeviceSocket::Buffer() const {
     return host::String(buffer_.substr(head_));
 }
 
-void cAmbrelisDeviceSocket::appendToBuffer(const host::String& bytes) {
-    buffer_.erase(0, head_);
+void cAmbrelisDeviceSocket::appendToBuffer(host::String bytes) {
+    std::string& delivery = bytes.bytes();
+    if (pending() <= delivery.size()) {
+        // The rest of a message goes before a large delivery, rather than the delivery behind
+        // it, and the old storage is given back first.
+        std::string rest = buffer_.substr(head_);
+        std::string().swap(buffer_);
+        delivery.insert(0, rest);
+        buffer_ = std::move(delivery);
+    } else {
+        buffer_.erase(0, head_);
+        buffer_ += delivery;
+    }
     head_ = 0;
-    buffer_ += bytes.bytes();
+}
+
+// What has been cut is not kept in memory while the rest waits for the next delivery.
+void cAmbrelisDeviceSocket::releaseCut() {
+    if (head_ > 0) {
+        buffer_ = buffer_.substr(head_);
+        head_ = 0;
+    }
 }
 
 host::String cAmbrelisDeviceSocket::cut(std::size_t length) {
@@ -55,6 +74,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
     for (std::uint64_t pass = 0; pass < maxPasses; ++pass) {
         const std::size_t size = pending();
         if (size == 0) {
+            releaseCut();
             return true;
         }
         const auto byteAt = [this](std::size_t offset) {
@@ -70,6 +90,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
                     "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
                         " packet length is: " + host::Str(static_cast<std::int64_t>(length)),
                     2);
+                releaseCut();
                 return true;
             }
             host::String frame = cut(length);
@@ -77,6 +98,7 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
             cmd->Constructor();
             if (!cmd->initFromMultiPacket(frame)) {
                 Globals::writelog("unable to parse multipacket", 1);
+                releaseCut();
                 return true;
             }
             CommandSupportModule::HandleIncomingCommand(cmd);
@@ -95,8 +117,30 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
         if (cmd->InitFromCommonMessage(frame)) {
             CommandSupportModule::HandleIncomingCommand(cmd);
         } else {
-            Globals::writelog("Tamsvale: Received malformed packet from host", 4);
+            logMalformed(length == 0);
         }
     }
     return false;
+}
+
+// An empty frame cuts nothing, so its line comes again on every pass, for good. While the
+// controller reads nothing that is the one output that would grow without end, so those lines
+// alone are given up while the link is backed up, and counted.
+void cAmbrelisDeviceSocket::logMalformed(bool repeating) {
+    if (repeating && IsBackedUp()) {
+        // The loop never returns to the pump: its lines can leave only from here.
+        Flush();
+        if (IsBackedUp()) {
+            ++droppedLines_;
+            return;
+        }
+    }
+    if (droppedLines_ > 0) {
+        Globals::writelog("Tamsvale: " + host::Str(droppedLines_) +
+                              " repeats of \"Received malformed packet from host\" dropped while "
+                              "Ambrelis was not reading",
+                          4);
+        droppedLines_ = 0;
+    }
+    Globals::writelog("Tamsvale: Received malformed packet from host", 4);
 }

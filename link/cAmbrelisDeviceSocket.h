@@ -19,7 +19,7 @@ public:
 
     // Bytes received and not yet cut into messages.
     host::String Buffer() const;
-    void appendToBuffer(const host::String& bytes);
+    void appendToBuffer(host::String bytes);
     // The stream cutter. It runs passes until the buffer has nothing more to give, at most
     // maxPasses of them; true when it returned by itself. The socket calls it without a real
     // bound, so a partial common message keeps it turning, as designed.
@@ -33,9 +33,13 @@ protected:
 private:
     std::size_t pending() const { return buffer_.size() - head_; }
     host::String cut(std::size_t length);
+    void releaseCut();
+    void logMalformed(bool repeating);
 
     // The buffer is buffer_ from head_ on: cutting moves head_ instead of moving the bytes, so a
     // delivery of many small messages costs no quadratic copying.
     std::string buffer_;
     std::size_t head_ = 0;
+    // Lines of the endless empty-frame loop given up since the last one written.
+    std::int64_t droppedLines_ = 0;
 };

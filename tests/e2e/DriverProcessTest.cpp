@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <optional>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,7 +14,9 @@
 #include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
+#include "ProcessStats.h"
 #include "ReceivedMessages.h"
+#include "StreamTally.h"
 #include "UnitList.h"
 
 // The driver as the controller runs it: a child process with positional arguments, talking to
@@ -148,11 +152,16 @@ TEST_F(DriverProcessTest, ReportsArpHostsAndUnitsFromStartToClose) {
 }
 
 // The last turn of the run loop and the one-second drain take at most 1.25 s. In the sanitizer
-// build the leak check at exit and the slower pump come on top.
+// build the leak check at exit and the slower pump come on top; its shadow memory and quarantine
+// dwarf the driver's own, and its slower loop needs longer to back the link up.
 #ifdef __SANITIZE_ADDRESS__
 constexpr auto kEndLimit = 1750ms;
+constexpr bool kMemoryMeasured = false;
+constexpr auto kLoopUnread = 6s;
 #else
 constexpr auto kEndLimit = 1500ms;
+constexpr bool kMemoryMeasured = true;
+constexpr auto kLoopUnread = 1500ms;
 #endif
 
 // A ping that runs for ten seconds is still running when the driver is told to stop, or loses
@@ -187,6 +196,83 @@ TEST_F(DriverProcessTest, EndsWithinASecondAndAHalfWithoutWaitingForItsPings) {
         // With the link up nothing goes to standard output but the error of a fallen link.
         EXPECT_EQ(driver.output(), byClose ? "" : "\rAmbrelis Pipe Error\r\n");
     }
+}
+
+// 10 MB of "ping" is answered in full however a controller writes it, also by a controller that
+// reads nothing for two seconds: meanwhile the driver stops reading, and its memory stays small.
+TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
+    struct Case {
+        const char* name;
+        std::size_t mostMessagesPerWrite;  // 0: the whole flood in one write
+        std::chrono::milliseconds unread;
+    };
+    const std::string ping = multiPacket({{"mcmd", "ping"}});
+    std::string flood;
+    for (std::size_t i = 0; i < 10'000'000 / ping.size(); ++i) {
+        flood += ping;
+    }
+    std::mt19937 random(6);
+    for (const Case& c : {Case{"one write", 0, 0ms}, Case{"whole messages", 4096, 0ms},
+                          Case{"stalled controller", 0, 2000ms}}) {
+        Controller controller;
+        DriverProcess driver(arguments(controller));
+        ASSERT_TRUE(controller.server.accept(5s)) << c.name;
+        std::thread writer([&] {
+            for (std::size_t at = 0; at < flood.size();) {
+                std::size_t piece = flood.size();
+                if (c.mostMessagesPerWrite > 0) {
+                    piece = ping.size() * std::uniform_int_distribution<std::size_t>(
+                                              1, c.mostMessagesPerWrite)(random);
+                }
+                controller.server.send(flood.substr(at, piece));
+                at += piece;
+            }
+        });
+        long mostKb = 0;
+        testsupport::StreamTally tally;
+        const auto readFrom = Clock::now() + c.unread;
+        auto progressAt = readFrom;
+        while (tally.answers < flood.size() / ping.size() && Clock::now() - progressAt < 4s) {
+            mostKb = std::max(mostKb, testsupport::residentKilobytes(driver.pid()));
+            if (Clock::now() < readFrom) {
+                std::this_thread::sleep_for(10ms);
+                continue;
+            }
+            const std::size_t before = tally.answers;
+            tally.feed(controller.server.receive(10ms));
+            progressAt = tally.answers > before ? Clock::now() : progressAt;
+        }
+        EXPECT_EQ(tally.answers, flood.size() / ping.size()) << c.name;
+        EXPECT_TRUE(!kMemoryMeasured || mostKb < 64 * 1024) << c.name << ": " << mostKb << " kB";
+        if (tally.answers < flood.size() / ping.size()) {
+            ::kill(driver.pid(), SIGKILL);  // a stuck driver never takes the rest of the flood
+        }
+        controller.server.closeClient();
+        writer.join();
+        EXPECT_EQ(driver.waitForExit(5s), 0) << c.name;
+    }
+}
+
+// A lone byte logs the malformed line forever. While the controller reads nothing those lines
+// are given up; once it reads, they flow, after one line that counts what was given up.
+TEST_F(DriverProcessTest, EndlessMalformedLinesAreGivenUpOnlyWhileTheControllerDoesNotRead) {
+    Controller controller;
+    DriverProcess driver(arguments(controller));
+    ASSERT_TRUE(controller.server.accept(5s));
+    controller.server.send("Q");
+    long mostKb = 0;
+    for (const auto until = Clock::now() + kLoopUnread; Clock::now() < until;) {
+        std::this_thread::sleep_for(20ms);
+        mostKb = std::max(mostKb, testsupport::residentKilobytes(driver.pid()));
+    }
+    testsupport::StreamTally tally;
+    for (const auto until = Clock::now() + 1s; Clock::now() < until;) {
+        tally.feed(controller.server.receive(10ms));
+    }
+    EXPECT_TRUE(!kMemoryMeasured || mostKb < 100 * 1024) << mostKb << " kB";
+    EXPECT_EQ(tally.dropNotes, 1u);
+    EXPECT_GT(tally.dropped, 0u);
+    EXPECT_GT(tally.malformed, 1000u);
 }
 
 // A refused connection ends the wait no sooner than one that never completes: both run to the

@@ -252,6 +252,50 @@ TEST_F(PumpTest, SocketWritesArriveWholeAndInOrderThenPeerCloseRaisesOneError) {
     EXPECT_TRUE(socket->ReadAll().sameBytes(host::String(down + "end")));
 }
 
+// A peer that reads nothing: Write sends what the kernel takes without waiting for a pump, and
+// past the high-water mark the socket stops reading, so the peer's bytes wait in TCP. Once the
+// peer has read everything, the socket reads again, and nothing was lost either way.
+TEST_F(PumpTest, SocketStopsReadingWhileBackedUpAndResumesAfterTheDrain) {
+    testsupport::LoopbackServer server;
+    auto socket = connectTo(server.port());
+    ASSERT_TRUE(server.accept());
+    ASSERT_TRUE(pumpUntil([&] { return socket->IsConnected(); }));
+    // More than the kernel's buffers of both ends take.
+    const std::string owed(std::size_t{16} << 20, 'o');
+    socket->Write(host::String(owed));
+    EXPECT_LT(socket->BytesLeftToSend(), static_cast<std::int64_t>(owed.size()));
+    EXPECT_TRUE(socket->IsBackedUp());
+    server.send("waits");
+    host::ConsoleApplication::DoEvents(100);
+    EXPECT_EQ(socket->events, Names{"connected"});
+
+    std::string received;
+    std::thread peer([&] { received = server.receive(20s, owed.size()); });
+    EXPECT_TRUE(
+        pumpUntil([&] { return socket->events.size() > 1 && socket->BytesLeftToSend() == 0; }));
+    peer.join();
+    EXPECT_TRUE(received == owed);
+    EXPECT_EQ(socket->events, (Names{"connected", "data"}));
+    EXPECT_EQ(socket->ReadAll().bytes(), "waits");
+    EXPECT_EQ(socket->BytesLeftToSend(), 0);
+    EXPECT_FALSE(socket->IsBackedUp());
+    socket->Close();
+}
+
+// Reading paused, a peer that goes away is still noticed, once.
+TEST_F(PumpTest, SocketBackedUpStillNoticesThePeerClosing) {
+    testsupport::LoopbackServer server;
+    auto socket = connectTo(server.port());
+    ASSERT_TRUE(server.accept());
+    ASSERT_TRUE(pumpUntil([&] { return socket->IsConnected(); }));
+    socket->Write(host::String(std::string(std::size_t{16} << 20, 'o')));
+    ASSERT_TRUE(socket->IsBackedUp());
+    server.closeClient();  // with our bytes unread, so the link is reset
+    EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    host::ConsoleApplication::DoEvents(20);
+    EXPECT_EQ(socket->events, (Names{"connected", "error " + std::to_string(ECONNRESET)}));
+}
+
 TEST_F(PumpTest, SocketFailureToConnectArrivesOnceInsideThePump) {
     // A port out of range fails inside Connect itself; its report must still wait.
     for (auto [port, errorNumber] :

@@ -69,9 +69,12 @@ TEST(StringTest, FunctionsCountCharactersOnlyInUtf8AndPositionsFromOne) {
 
 TEST(StringTest, NumbersToTextAndBack) {
     const std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    EXPECT_EQ((std::vector{Hex(-0x1A2B).bytes(), Str(1e15).bytes(), Str(1234567.89).bytes(),
-                           Str(-0.0).bytes()}),
-              (std::vector<std::string>{"FFFFFFFFFFFFE5D5", "1e+15", "1234568", "0"}));
+    EXPECT_EQ(
+        (std::vector{Hex(-0x1A2B).bytes(), Str(1e15).bytes(), Str(-1e19).bytes(), Str(1e20).bytes(),
+                     Str(1234567.89).bytes(), Str(-0.0).bytes()}),
+        (std::vector<std::string>{"FFFFFFFFFFFFE5D5", "1000000000000000", "-10000000000000000000",
+                                  "100000000000000000000", "1234568", "0"}));
+    EXPECT_EQ(Str(-1e300).size(), 302u);
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const auto t = &truncateToInt64;
     EXPECT_EQ((std::vector{t(-2.9), t(9223372036854774784.0), t(0x1p63), t(nan)}),
