@@ -16,7 +16,7 @@ void writelog(const host::String& text, std::int64_t level) {
         cmd->SetMulti("mcmd", "WrtL");
         cmd->SetMulti("Valu", host::Str(level));
         cmd->SetMulti("DATA", text);
-        socket->SendCommand(cmd);
+        socket->SendLogLine(cmd);
     } else {
         host::Print(text);
     }

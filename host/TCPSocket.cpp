@@ -225,8 +225,9 @@ void TCPSocket::serveConnection(short revents) {
     } else if ((revents & (POLLIN | POLLRDHUP | POLLHUP | POLLERR)) != 0) {
         readAvailable(readError, closed);
     }
-    if (readError == 0 && !closed && (revents & POLLOUT) != 0) {
-        flushOutgoing(sendError);
+    bool sentAll = false;
+    if (readError == 0 && !closed && (revents & POLLOUT) != 0 && BytesLeftToSend() > 0) {
+        sentAll = flushOutgoing(sendError);
     }
     // Bytes that came before a close or an error are delivered before it.
     if (received_.size() > before) {
@@ -243,6 +244,9 @@ void TCPSocket::serveConnection(short revents) {
         fail(callError("send", sendError), sendError);
     } else {
         updateInterest();
+        if (sentAll) {
+            Event_SendComplete();
+        }
     }
 }
 

@@ -64,6 +64,8 @@ protected:
     virtual void Event_Connected() {}
     virtual void Event_DataAvailable() {}
     virtual void Event_Error(const RuntimeException& err) { (void)err; }
+    // Raised by the pump when it has sent the last queued byte.
+    virtual void Event_SendComplete() {}
 
 private:
     enum class State { Idle, Connecting, Connected, Failed };

@@ -36,6 +36,33 @@ void cAmbrelisDeviceSocket::SendCommand(const host::Ref<cAmbrelisCommand>& cmd) 
     Write(cmd->GetRawCommand());
 }
 
+void cAmbrelisDeviceSocket::SendLogLine(const host::Ref<cAmbrelisCommand>& line) {
+    if (BytesLeftToSend() > kLogCeiling) {
+        // A handler that never returns to the pump learns only here that the controller reads.
+        Flush();
+        if (BytesLeftToSend() > kLogCeiling) {
+            ++droppedLines_;
+            return;
+        }
+    }
+    if (BytesLeftToSend() < kLowWater) {
+        reportDroppedLines();
+    }
+    SendCommand(line);
+}
+
+void cAmbrelisDeviceSocket::Event_SendComplete() {
+    reportDroppedLines();
+}
+
+void cAmbrelisDeviceSocket::reportDroppedLines() {
+    if (droppedLines_ > 0) {
+        const host::String count = host::Str(std::exchange(droppedLines_, 0));
+        Globals::writelog(
+            "Tamsvale: " + count + " log lines given up while Ambrelis was not reading them", 4);
+    }
+}
+
 host::String cAmbrelisDeviceSocket::Buffer() const {
     return host::String(buffer_.substr(head_));
 }
@@ -117,30 +144,8 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
         if (cmd->InitFromCommonMessage(frame)) {
             CommandSupportModule::HandleIncomingCommand(cmd);
         } else {
-            logMalformed(length == 0);
+            Globals::writelog("Tamsvale: Received malformed packet from host", 4);
         }
     }
     return false;
-}
-
-// An empty frame cuts nothing, so its line comes again on every pass, for good. While the
-// controller reads nothing that is the one output that would grow without end, so those lines
-// alone are given up while the link is backed up, and counted.
-void cAmbrelisDeviceSocket::logMalformed(bool repeating) {
-    if (repeating && IsBackedUp()) {
-        // The loop never returns to the pump: its lines can leave only from here.
-        Flush();
-        if (IsBackedUp()) {
-            ++droppedLines_;
-            return;
-        }
-    }
-    if (droppedLines_ > 0) {
-        Globals::writelog("Tamsvale: " + host::Str(droppedLines_) +
-                              " repeats of \"Received malformed packet from host\" dropped while "
-                              "Ambrelis was not reading",
-                          4);
-        droppedLines_ = 0;
-    }
-    Globals::writelog("Tamsvale: Received malformed packet from host", 4);
 }

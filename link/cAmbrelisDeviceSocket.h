@@ -16,6 +16,14 @@ public:
     host::String ConnectionID;
 
     virtual void SendCommand(const host::Ref<cAmbrelisCommand>& cmd);
+    // A log line for the controller. Log lines, and nothing else, are given up while more than
+    // kLogCeiling bytes wait to be sent: a controller that reads nothing while input turns into
+    // log lines (the endless loop of an empty frame, a flood of malformed bytes) would otherwise
+    // take the driver's memory without end. They are counted, and one line says how many once
+    // the queue has drained.
+    void SendLogLine(const host::Ref<cAmbrelisCommand>& line);
+
+    static constexpr std::int64_t kLogCeiling = std::int64_t{16} << 20;
 
     // Bytes received and not yet cut into messages.
     host::String Buffer() const;
@@ -29,17 +37,18 @@ protected:
     void Event_Connected() override;
     void Event_Error(const host::RuntimeException& err) override;
     void Event_DataAvailable() override;
+    void Event_SendComplete() override;
 
 private:
     std::size_t pending() const { return buffer_.size() - head_; }
     host::String cut(std::size_t length);
     void releaseCut();
-    void logMalformed(bool repeating);
+    void reportDroppedLines();
 
     // The buffer is buffer_ from head_ on: cutting moves head_ instead of moving the bytes, so a
     // delivery of many small messages costs no quadratic copying.
     std::string buffer_;
     std::size_t head_ = 0;
-    // Lines of the endless empty-frame loop given up since the last one written.
+    // Log lines given up since the last count was written.
     std::int64_t droppedLines_ = 0;
 };

@@ -14,7 +14,7 @@ public:
 
     std::size_t answers = 0;    // "mcmd" = "PSrp"
     std::size_t malformed = 0;  // "Tamsvale: Received malformed packet from host"
-    std::size_t dropNotes = 0;  // the count of malformed lines given up
+    std::size_t dropNotes = 0;  // the lines that count log lines given up
     std::size_t dropped = 0;    // the sum of those counts
 
 private:
