@@ -44,12 +44,16 @@ std::size_t countPairs(std::string_view bytes, bool littleEndian) {
     return count;
 }
 
+constexpr std::size_t kKeysOfMost = 4;
+
 }  // namespace
 
 void cAmbrelisCommand::SetMulti(const host::String& key, const host::String& value) {
     isMultiPacket = true;
     if (!MultiDict) {
         MultiDict = host::New<host::Dictionary<host::String>>();
+        // Room for what most messages carry: "mcmd" and up to three more.
+        MultiDict->reserve(kKeysOfMost);
     }
     // Stored as given: only the getter and the writer pad.
     MultiDict->SetValue(key, value);
