@@ -285,10 +285,19 @@ void TCPSocket::deliverPending() {
 
 // Reads until the kernel holds nothing more, so that a burst which has arrived is handed over
 // whole: reading less would cut the stream where the sender did not. A sender that refills as
-// fast as it is read would make that endless, so kReadPerTurn bounds one turn.
+// fast as it is read would make that endless, so kReadPerTurn bounds one turn, and the turn then
+// reads on to the end of the message under way, so that the limit splits none either.
 void TCPSocket::readAvailable(int& error, bool& closed) {
     std::size_t total = 0;
-    while (total < kReadPerTurn) {
+    std::size_t limit = kReadPerTurn;
+    for (;;) {
+        if (total >= limit) {
+            const std::size_t missing = bytesShortOfWholeMessage(received_);
+            if (missing == 0) {
+                return;
+            }
+            limit = total + missing;
+        }
         int queued = 0;
         if (::ioctl(fd_, FIONREAD, &queued) != 0) {
             error = errno;
@@ -296,13 +305,12 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
         }
         // Nothing queued: all is read, or the peer has closed or failed, and recv says which.
         const std::size_t want =
-            queued > 0 ? std::min(static_cast<std::size_t>(queued), kReadPerTurn - total)
-                       : kProbeSize;
+            std::min(queued > 0 ? static_cast<std::size_t>(queued) : kProbeSize, limit - total);
         const std::size_t start = received_.size();
         // A flood gets room for the whole turn at once: growing by doubling would copy it, and
         // hold both copies, on its way in. Room it does not fill is never touched.
         if (want >= kFloodTurn) {
-            received_.reserve(start + kReadPerTurn - total);
+            received_.reserve(start + limit - total);
         }
         received_.resize(start + want);
         const ssize_t count = ::recv(fd_, received_.data() + start, want, 0);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host/EventPump.h"
 #include "host/RuntimeException.h"
@@ -66,6 +67,12 @@ protected:
     virtual void Event_Error(const RuntimeException& err) { (void)err; }
     // Raised by the pump when it has sent the last queued byte.
     virtual void Event_SendComplete() {}
+    // How many more bytes `received` needs to end where a message of the peer's ends: 0 when it
+    // does, or when no more would help, or when the socket knows no messages, as this one.
+    virtual std::size_t bytesShortOfWholeMessage(std::string_view received) const {
+        (void)received;
+        return 0;
+    }
 
 private:
     enum class State { Idle, Connecting, Connected, Failed };

@@ -15,6 +15,49 @@ namespace {
 constexpr unsigned char kMultiPacketLead = 'J';
 constexpr std::size_t kMultiPacketMinimum = 5;
 
+// "j" passes too: the lead byte is compared without case.
+bool isMultiPacketLead(char c) {
+    return (static_cast<unsigned char>(c) | 0x20) == (kMultiPacketLead | 0x20);
+}
+
+// The message at the front of `bytes` (not empty) as the cutter takes it.
+struct Frame {
+    bool multiPacket;
+    std::size_t length;  // as its length field says
+};
+
+Frame frameAt(std::string_view bytes) {
+    if (bytes.size() >= kMultiPacketMinimum && isMultiPacketLead(bytes[0])) {
+        // The length is little-endian whatever the flag byte says.
+        return {true, host::byteorder::load<2>(bytes.data() + 1, true)};
+    }
+    // A common message. With one byte there is no length byte, and the length reads as 0.
+    return {false, bytes.size() > 1 ? static_cast<unsigned char>(bytes[1]) : std::size_t{0}};
+}
+
+// What `bytes` lacks to end where a message ends, walking it as the cutter will cut it; 0 also
+// when nothing would help, at a length of 0, which the cutter never gets past.
+std::size_t shortOfWholeMessages(std::string_view bytes) {
+    while (!bytes.empty()) {
+        // Until the length is known, as many bytes as it takes to know it.
+        if (isMultiPacketLead(bytes[0]) && bytes.size() < kMultiPacketMinimum) {
+            return kMultiPacketMinimum - bytes.size();
+        }
+        if (bytes.size() == 1) {
+            return 1;
+        }
+        const Frame frame = frameAt(bytes);
+        if (frame.length == 0) {
+            return 0;
+        }
+        if (frame.length > bytes.size()) {
+            return frame.length - bytes.size();
+        }
+        bytes.remove_prefix(frame.length);
+    }
+    return 0;
+}
+
 }  // namespace
 
 void cAmbrelisDeviceSocket::Event_Connected() {
@@ -63,6 +106,13 @@ void cAmbrelisDeviceSocket::reportDroppedLines() {
     }
 }
 
+std::size_t cAmbrelisDeviceSocket::bytesShortOfWholeMessage(std::string_view received) const {
+    if (pending() == 0) {
+        return shortOfWholeMessages(received);
+    }
+    return shortOfWholeMessages(buffer_.substr(head_) + std::string(received));
+}
+
 host::String cAmbrelisDeviceSocket::Buffer() const {
     return host::String(buffer_.substr(head_));
 }
@@ -104,23 +154,17 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
             releaseCut();
             return true;
         }
-        const auto byteAt = [this](std::size_t offset) {
-            return static_cast<unsigned char>(buffer_[head_ + offset]);
-        };
-
-        // "j" passes too: the lead byte is compared without case.
-        if (size >= kMultiPacketMinimum && (byteAt(0) | 0x20) == (kMultiPacketLead | 0x20)) {
-            // The length is little-endian whatever the flag byte says.
-            const std::size_t length = host::byteorder::load<2>(&buffer_[head_ + 1], true);
-            if (size < length) {
+        const Frame next = frameAt(std::string_view(buffer_).substr(head_));
+        if (next.multiPacket) {
+            if (size < next.length) {
                 Globals::writelog(
                     "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
-                        " packet length is: " + host::Str(static_cast<std::int64_t>(length)),
+                        " packet length is: " + host::Str(static_cast<std::int64_t>(next.length)),
                     2);
                 releaseCut();
                 return true;
             }
-            host::String frame = cut(length);
+            host::String frame = cut(next.length);
             auto cmd = host::New<cAmbrelisCommand>();
             cmd->Constructor();
             if (!cmd->initFromMultiPacket(frame)) {
@@ -131,14 +175,11 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
             CommandSupportModule::HandleIncomingCommand(cmd);
             continue;
         }
-
-        // A common message. With one byte there is no length byte, and the length reads as 0.
-        const std::size_t length = size > 1 ? byteAt(1) : 0;
-        if (length > size) {
+        if (next.length > size) {
             // Incomplete: no return, the same bytes are tested again.
             continue;
         }
-        host::String frame = cut(length);
+        host::String frame = cut(next.length);
         auto cmd = host::New<cAmbrelisCommand>();
         cmd->Constructor();
         if (cmd->InitFromCommonMessage(frame)) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "host/Ref.h"
 #include "host/String.h"
@@ -32,6 +33,9 @@ public:
     // maxPasses of them; true when it returned by itself. The socket calls it without a real
     // bound, so a partial common message keeps it turning, as designed.
     bool cutStream(std::uint64_t maxPasses);
+    // What the buffer and `received` after it lack to end where a message ends, as the cutter will
+    // cut them; 0 also at a length of 0, which it never gets past.
+    std::size_t bytesShortOfWholeMessage(std::string_view received) const override;
 
 protected:
     void Event_Connected() override;

@@ -198,7 +198,7 @@ TEST_F(DriverProcessTest, EndsWithinASecondAndAHalfWithoutWaitingForItsPings) {
     }
 }
 
-// 10 MB of "ping" is answered in full however a controller writes it, also by a controller that
+// 30 MB of "ping" is answered in full however a controller writes it, also by a controller that
 // reads nothing for two seconds: meanwhile the driver stops reading, and its memory stays small.
 TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
     struct Case {
@@ -207,8 +207,9 @@ TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
         std::chrono::milliseconds unread;
     };
     const std::string ping = multiPacket({{"mcmd", "ping"}});
+    // More than two turns of reading hold, so that the limit of a turn falls inside messages.
     std::string flood;
-    for (std::size_t i = 0; i < 10'000'000 / ping.size(); ++i) {
+    for (std::size_t i = 0; i < 30'000'000 / ping.size(); ++i) {
         flood += ping;
     }
     std::mt19937 random(6);
