@@ -32,7 +32,21 @@ constexpr auto kStuckAfter = 4s;
 struct Run {
     Run() : driver({"", "127.0.0.1", std::to_string(server.port()), "bench"}) {}
 
-    bool accepted() { return server.accept(5s); }
+    // Whether the driver connected; when not, the benchmark stops with an error.
+    bool connected(benchmark::State& state) {
+        if (server.accept(5s)) {
+            return true;
+        }
+        state.SkipWithError("the driver did not connect");
+        return false;
+    }
+    // Reads nothing for `wait`, noting the driver's resident memory.
+    void stall(std::chrono::milliseconds wait) {
+        for (const auto until = Clock::now() + wait; Clock::now() < until;) {
+            std::this_thread::sleep_for(20ms);
+            peakKb = std::max(peakKb, testsupport::residentKilobytes(driver.pid()));
+        }
+    }
     // Reads what has come within `wait`, and notes the driver's resident memory.
     void take(std::chrono::milliseconds wait) {
         tally.feed(server.receive(wait));
@@ -99,8 +113,7 @@ void BM_FloodAnswered(benchmark::State& state) {
     double worstSeconds = 0;
     for (auto _ : state) {
         Run run;
-        if (!run.accepted()) {
-            state.SkipWithError("the driver did not connect");
+        if (!run.connected(state)) {
             return;
         }
         const auto start = Clock::now();
@@ -136,15 +149,11 @@ void BM_StalledController(benchmark::State& state) {
     double answeredRuns = 0;
     for (auto _ : state) {
         Run run;
-        if (!run.accepted()) {
-            state.SkipWithError("the driver did not connect");
+        if (!run.connected(state)) {
             return;
         }
         std::thread controller([&] { run.server.send(flood); });
-        for (const auto until = Clock::now() + 10s; Clock::now() < until;) {
-            std::this_thread::sleep_for(20ms);
-            run.peakKb = std::max(run.peakKb, testsupport::residentKilobytes(run.driver.pid()));
-        }
+        run.stall(10s);
         const bool answered = run.answered(flood.size() / kPing.size());
         answeredRuns += answered ? 1 : 0;
         peakKb = std::max(peakKb, run.peakKb);
@@ -162,15 +171,11 @@ void BM_EmptyFrameLoop(benchmark::State& state) {
     testsupport::FakeNetwork network;
     for (auto _ : state) {
         Run run;
-        if (!run.accepted()) {
-            state.SkipWithError("the driver did not connect");
+        if (!run.connected(state)) {
             return;
         }
         run.server.send("Q");
-        for (const auto until = Clock::now() + 10s; Clock::now() < until;) {
-            std::this_thread::sleep_for(20ms);
-            run.peakKb = std::max(run.peakKb, testsupport::residentKilobytes(run.driver.pid()));
-        }
+        run.stall(10s);
         const auto readingFrom = Clock::now();
         while (Clock::now() - readingFrom < 5s) {
             run.take(20ms);
@@ -184,10 +189,4 @@ BENCHMARK(BM_EmptyFrameLoop)->Iterations(1)->Unit(benchmark::kSecond);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    signal(SIGPIPE, SIG_IGN);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+BENCHMARK_MAIN();
