@@ -42,6 +42,8 @@ void freshDriver() {
 // failure.
 bool deliver(cAmbrelisDeviceSocket& socket, const host::String& bytes) {
     return host::ExceptionWrapper::run([&] {
+        // What the socket asks of the link before it hands bytes over.
+        (void)socket.bytesShortOfWholeMessage(bytes.view());
         socket.appendToBuffer(bytes);
         socket.cutStream(socket.Buffer().size() + kRepeatedPasses);
     });
