@@ -33,9 +33,10 @@ constexpr std::size_t kProbeSize = 4096;
 // One turn's read: a burst of this size is handed over whole, and what it costs in memory, with
 // the answers it may raise, stays within bounds.
 constexpr std::size_t kReadPerTurn = std::size_t{12} << 20;
-// A turn that has read this much is a flood, and waits up to kFloodWaitMs for more.
-constexpr std::size_t kFloodTurn = std::size_t{64} << 10;
-constexpr int kFloodWaitMs = 1;
+// A read of this much is a flood, which gets room for the rest of the turn at once.
+constexpr std::size_t kFloodRead = std::size_t{64} << 10;
+// How long the rest of a message that has partly arrived is waited for.
+constexpr int kRestOfMessageWaitMs = 50;
 
 // Never destroyed: sockets with static lifetime still erase themselves during exit.
 std::unordered_set<TCPSocket*>& liveSockets() {
@@ -283,10 +284,11 @@ void TCPSocket::deliverPending() {
     fail(std::exchange(pendingMessage_, {}), pendingError_);
 }
 
-// Reads until the kernel holds nothing more, so that a burst which has arrived is handed over
-// whole: reading less would cut the stream where the sender did not. A sender that refills as
-// fast as it is read would make that endless, so kReadPerTurn bounds one turn, and the turn then
-// reads on to the end of the message under way, so that the limit splits none either.
+// Reads until the kernel holds nothing more, so that what has arrived is handed over whole, and
+// where that ends inside one of the peer's messages, waits a moment for the rest, which is
+// usually just behind. A sender that refills as fast as it is read would make that endless, so
+// kReadPerTurn bounds one turn, and the turn then reads on to the end of the message under way:
+// the reading never splits a message that has arrived.
 void TCPSocket::readAvailable(int& error, bool& closed) {
     std::size_t total = 0;
     std::size_t limit = kReadPerTurn;
@@ -309,7 +311,7 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
         const std::size_t start = received_.size();
         // A flood gets room for the whole turn at once: growing by doubling would copy it, and
         // hold both copies, on its way in. Room it does not fill is never touched.
-        if (want >= kFloodTurn) {
+        if (want >= kFloodRead) {
             received_.reserve(start + limit - total);
         }
         received_.resize(start + want);
@@ -321,10 +323,9 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
             closed = true;
             return;
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            // Caught up with a peer in the middle of a flood: the rest of its burst is usually a
-            // moment behind, and handing it over whole spares the stream a cut.
             pollfd more{fd_, POLLIN, 0};
-            if (total < kFloodTurn || ::poll(&more, 1, kFloodWaitMs) <= 0) {
+            if (bytesShortOfWholeMessage(received_) == 0 ||
+                ::poll(&more, 1, kRestOfMessageWaitMs) <= 0) {
                 return;
             }
         } else if (errno != EINTR) {

@@ -203,7 +203,7 @@ TEST_F(DriverProcessTest, EndsWithinASecondAndAHalfWithoutWaitingForItsPings) {
 TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
     struct Case {
         const char* name;
-        std::size_t mostMessagesPerWrite;  // 0: the whole flood in one write
+        std::size_t mostBytesPerWrite;  // 0: the whole flood in one write
         std::chrono::milliseconds unread;
     };
     const std::string ping = multiPacket({{"mcmd", "ping"}});
@@ -213,7 +213,7 @@ TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
         flood += ping;
     }
     std::mt19937 random(6);
-    for (const Case& c : {Case{"one write", 0, 0ms}, Case{"whole messages", 4096, 0ms},
+    for (const Case& c : {Case{"one write", 0, 0ms}, Case{"writes cut at any byte", 65536, 0ms},
                           Case{"stalled controller", 0, 2000ms}}) {
         Controller controller;
         DriverProcess driver(arguments(controller));
@@ -221,9 +221,9 @@ TEST_F(DriverProcessTest, FloodsOfPingAreAnsweredInFullWithBoundedMemory) {
         std::thread writer([&] {
             for (std::size_t at = 0; at < flood.size();) {
                 std::size_t piece = flood.size();
-                if (c.mostMessagesPerWrite > 0) {
-                    piece = ping.size() * std::uniform_int_distribution<std::size_t>(
-                                              1, c.mostMessagesPerWrite)(random);
+                if (c.mostBytesPerWrite > 0) {
+                    piece =
+                        std::uniform_int_distribution<std::size_t>(1, c.mostBytesPerWrite)(random);
                 }
                 controller.server.send(flood.substr(at, piece));
                 at += piece;
