@@ -5,9 +5,10 @@ set -euo pipefail
 
 # The driver runs the system's ping, arp and fping. The real-network test makes namespaces with
 # iproute2 and a German locale from the locales package; dpkg-dev finds the package's library
-# needs; clang builds the fuzzers and checks the code.
+# needs and lintian checks it; clang builds the fuzzers and checks the code; tmux gives the
+# simulator's screen tests a terminal of a known size.
 packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping net-tools fping iproute2
-          locales dpkg-dev clang libclang-rt-14-dev clang-tidy)
+          locales dpkg-dev lintian clang libclang-rt-14-dev clang-tidy tmux)
 
 missing=()
 for package in "${packages[@]}"; do
