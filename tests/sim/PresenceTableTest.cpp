@@ -30,7 +30,7 @@ TEST(PresenceTableTest, RowsMatchUnitsWithoutCaseAndKeepTheTimeOfTheLastChange) 
     EXPECT_EQ(table.rows()[1].name, "");
 
     for (const char* line : {"a", "b", "c"}) {
-        table.addLog(5.0, line);
+        table.addLog(line);
     }
     ASSERT_EQ(table.log().size(), 2u);
     EXPECT_EQ(table.log().front().text, "b");

@@ -25,6 +25,22 @@ TEST(PrintableTest, EscapesWhatCouldSteerTheTerminalAndKeepsText) {
     }
     EXPECT_EQ(sim::Printable::fit("Küche", 7), "Küche  ");
     EXPECT_EQ(sim::Printable::fit("Küche", 2), "Kü");
+    EXPECT_EQ(sim::Printable::clip("Küche", 5), "Küche");
+    EXPECT_EQ(sim::Printable::clip("Küchentür", 5), "Küch…");
+}
+
+TEST(PrintableTest, WrapsAtABlankWhereThereIsOneAndCountsCharactersNotBytes) {
+    using Lines = std::vector<std::string>;
+    const std::pair<std::pair<std::string, std::size_t>, Lines> cases[] = {
+        {{"short", 10}, {"short"}},
+        {{"one two three", 8}, {"one two", "three"}},
+        {{"abcdefghij", 4}, {"abcd", "efgh", "ij"}},
+        {{"äöü äöü äöü", 7}, {"äöü äöü", "äöü"}},
+        {{"", 5}, {""}},
+    };
+    for (const auto& [input, lines] : cases) {
+        EXPECT_EQ(sim::Printable::wrap(input.first, input.second), lines) << input.first;
+    }
 }
 
 }  // namespace

@@ -63,12 +63,14 @@ TEST_F(SimulatorRunTest, AMisbehavingDriverIsReportedAndNeverLeftRunning) {
         {"exec 3<>/dev/tcp/$2/$3; printf 'ard:other\\r' >&3; exec sleep 30",
          1,
          {"s wrong greeting: expected \"ard:sim-1\\x0d\", got \"ard:other\\x0d\"\n",
-          "s the driver was still running 3 s after close: killed the driver (killed by signal "
+          "s the driver was still running 5 s after close: killed the driver (killed by signal "
           "9"}},
+        // Ending before it connects is a failure, however it ends.
         {"echo about to die; kill -9 $$",
-         137,
+         1,
          {"s driver output: about to die\n",
-          "s the driver ended before it connected: killed by signal 9"}},
+          "s the driver ended before it connected (killed by signal 9 (Killed)); exit status 1\n"}},
+        {"exit 0", 1, {"s the driver ended before it connected (exit status 0); exit status 1\n"}},
     };
     const std::string driver = network.folder() + "/driver";
     for (const Case& c : cases) {

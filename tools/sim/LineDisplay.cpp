@@ -8,7 +8,7 @@ void LineDisplay::event(double at, const std::string& line) {
     std::printf("%.1fs %s\n", at, line.c_str());
 }
 
-void LineDisplay::show(const std::string& /*status*/) {
+void LineDisplay::show(double /*now*/, const std::string& /*status*/) {
     std::fflush(stdout);
 }
 

@@ -8,7 +8,7 @@ namespace sim {
 class LineDisplay : public SimDisplay {
 public:
     void event(double at, const std::string& line) override;
-    void show(const std::string& status) override;
+    void show(double now, const std::string& status) override;
 };
 
 }  // namespace sim

@@ -30,6 +30,7 @@ PresenceTable::Row& PresenceTable::row(std::string_view address) {
         Row fresh;
         fresh.address = address;
         fresh.name = unit != nullptr ? unit->name : std::string();
+        fresh.isUnit = unit != nullptr;
         rows_.push_back(std::move(fresh));
     }
     return rows_[at->second];
@@ -50,6 +51,8 @@ const PresenceTable::Row& PresenceTable::setResponse(std::string_view address, s
     Row& found = row(address);
     if (!ip.empty()) {
         found.ip = ip;
+        const SimUnit* unit = units_.findByAddress(ip);
+        found.ipUnitName = unit != nullptr && !found.isUnit ? unit->name : std::string();
     }
     if (!responseTime.empty()) {
         found.responseTime = responseTime;
@@ -57,8 +60,8 @@ const PresenceTable::Row& PresenceTable::setResponse(std::string_view address, s
     return found;
 }
 
-void PresenceTable::addLog(double at, std::string text) {
-    log_.push_back(LogLine{at, std::move(text)});
+void PresenceTable::addLog(std::string text) {
+    log_.push_back(LogLine{std::time(nullptr), std::move(text)});
     while (log_.size() > logLines_) {
         log_.pop_front();
     }

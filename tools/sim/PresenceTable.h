@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <deque>
 #include <map>
 #include <string>
@@ -20,14 +21,16 @@ public:
     struct Row {
         std::string address;  // as the driver or the unit list wrote it
         std::string name;     // of the unit with this address, letter case aside
+        bool isUnit = false;
         State state = State::Unknown;
         std::string responseTime;  // milliseconds, as the driver wrote them
         std::string ip;
+        std::string ipUnitName;  // of the unit whose address is this row's IP
         double changedAt = -1;  // seconds since the start; -1 before the first state
     };
 
     struct LogLine {
-        double at;
+        std::time_t clock;
         std::string text;
     };
 
@@ -36,7 +39,7 @@ public:
     const Row& setState(std::string_view address, State state, double at);
     const Row& setResponse(std::string_view address, std::string_view ip,
                            std::string_view responseTime);
-    void addLog(double at, std::string text);
+    void addLog(std::string text);
 
     const std::vector<Row>& rows() const { return rows_; }
     const std::deque<LogLine>& log() const { return log_; }

@@ -10,8 +10,8 @@ public:
     virtual ~SimDisplay() = default;
     // One event, as a line of printable text; `at` is seconds since the start.
     virtual void event(double at, const std::string& line) = 0;
-    // Shows what was told since the last call, with the simulator's state in one line.
-    virtual void show(const std::string& status) = 0;
+    // Shows what was told since the last call, with the simulator's state in two lines.
+    virtual void show(double now, const std::string& status) = 0;
 };
 
 }  // namespace sim

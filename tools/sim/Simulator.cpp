@@ -25,7 +25,7 @@ Simulator::Simulator(const SimOptions& options, std::string driverPath, std::str
       table_(options.units, options.logLines),
       listener_(options.port) {
     if (tableMode_) {
-        display_ = std::make_unique<TableDisplay>(table_);
+        display_ = std::make_unique<TableDisplay>(table_, clock_);
     } else {
         display_ = std::make_unique<LineDisplay>();
     }
@@ -47,7 +47,13 @@ double Simulator::now() const {
 
 void Simulator::notice(const std::string& text) {
     display_->event(now(), text);
-    table_.addLog(now(), "sim: " + text);
+    table_.addLog("sim: " + text);
+}
+
+double Simulator::closeSeconds(std::size_t hosts) {
+    const std::size_t beyondFirstRound = hosts > 6 ? hosts - 6 : 0;
+    return kCloseBaseSeconds +
+           kCloseSecondsPerSixHosts * static_cast<double>((beyondFirstRound + 5) / 6);
 }
 
 void Simulator::finish(int exitStatus, const std::string& text) {
@@ -71,27 +77,41 @@ int Simulator::run() {
         runUntil_ = options_.runSeconds;
     }
     while (!exitStatus_) {
-        display_->show(status());
+        display_->show(now(), status());
         pollOnce();
     }
-    display_->show(status());
-    if (tableMode_) {
-        // The table stays on screen and the outcome goes beneath it.
-        display_ = std::make_unique<LineDisplay>();
-        std::printf("%s\n", finalText_.c_str());
-    }
+    // The last picture, with the outcome in its status, stays on screen.
+    display_->show(now(), status());
+    display_.reset();
     std::fflush(stdout);
     return *exitStatus_;
 }
 
 std::string Simulator::status() const {
-    const char* phase = phase_ == Phase::Connecting ? "waiting for the driver"
+    const auto whole = [](double seconds) {
+        return std::to_string(static_cast<long>(std::ceil(std::max(0.0, seconds)))) + "s";
+    };
+    const double t = now();
+    const char* phase = phase_ == Phase::Connecting ? "waiting for it to connect"
                         : phase_ == Phase::Linked   ? "linked"
                                                     : "closing";
-    return SimOptions::versionText() + "   127.0.0.1:" + std::to_string(listener_.port()) +
-           "   driver pid " + (driver_ ? std::to_string(driver_->pid()) : "-") + "   " + phase +
-           "   debug " + (debugOn_ ? "on" : "off") + "   " +
-           std::to_string(static_cast<long>(now())) + "s";
+    std::string first = SimOptions::versionText() + "  port " + std::to_string(listener_.port()) +
+                        "  driver pid " + (driver_ ? std::to_string(driver_->pid()) : "-") +
+                        ", " + phase + "  up " + std::to_string(static_cast<long>(t)) + "s";
+    std::string second;
+    if (exitStatus_) {
+        second = finalText_;
+    } else if (closeBy_) {
+        second = "close sent: the driver may finish its sweep first; waiting up to " +
+                 whole(closeWait_) + " (" + whole(*closeBy_ - t) + " left)";
+    } else if (const auto next = clock_.nextIn(t)) {
+        second = "sweep " + std::to_string(clock_.sweepAt(t)) + ", next in " + whole(*next) +
+                 "   debug " + (debugOn_ ? "on" : "off");
+    } else {
+        second = std::string("no sweep yet: it starts when the driver asks for its units") +
+                 "   debug " + (debugOn_ ? "on" : "off");
+    }
+    return first + "\n" + second;
 }
 
 int Simulator::timeoutMs() const {
@@ -107,8 +127,8 @@ int Simulator::timeoutMs() const {
         consider(*closeBy_);
     }
     const double t = now();
-    if (tableMode_) {
-        consider(std::floor(t) + 1);  // the clock in the status line
+    if (tableMode_ || phase_ == Phase::Linked) {
+        consider(std::floor(t) + 1);  // the clocks on screen, and the sweeps' summaries
     }
     if (!next) {
         return -1;
@@ -173,6 +193,9 @@ void Simulator::pollOnce() {
     }
     if (!exitStatus_) {
         checkDeadlines();
+    }
+    for (const std::string& line : clock_.takeSummaries(now())) {
+        notice(line);
     }
 }
 

@@ -16,6 +16,7 @@
 #include "tools/sim/SignalWatch.h"
 #include "tools/sim/SimDisplay.h"
 #include "tools/sim/SimOptions.h"
+#include "tools/sim/SweepClock.h"
 #include "wire/cAmbrelisCommand.h"
 
 namespace sim {
@@ -26,7 +27,17 @@ namespace sim {
 class Simulator {
 public:
     static constexpr double kConnectSeconds = 20;
-    static constexpr double kCloseSeconds = 3;
+    // After "close" the driver may finish the sweep under way: 2 s of fill, a round of six
+    // pings of up to 3 s for every six hosts beyond the first six, and about 1.5 s of last
+    // events before it ends; 1.5 s more for a busy machine.
+    static constexpr double kCloseBaseSeconds = 5;
+    static constexpr double kCloseSecondsPerSixHosts = 3;
+    // The first sweep's hosts are reported only as their pings end, so until then a driver may
+    // be busy with more hosts than it has reported: at least this many are assumed, as on a
+    // home LAN.
+    static constexpr std::size_t kLeastHostsAssumed = 24;
+    // How long a driver that watches `hosts` hosts may take to end after "close".
+    static double closeSeconds(std::size_t hosts);
 
     // setUnitsPacket is the answer to "getUnits", built beforehand.
     Simulator(const SimOptions& options, std::string driverPath, std::string setUnitsPacket);
@@ -51,7 +62,8 @@ private:
     // False once nothing more is waiting.
     bool readLink();
     void writeLink();
-    void send(const std::string& bytes);
+    // False when there is no link to send on.
+    bool send(const std::string& bytes);
     void linkLost(const std::string& why);
     void handle(const DriverStream::Item& item);
     void handleMessage(cAmbrelisCommand& message);
@@ -66,6 +78,7 @@ private:
     void takeSignals();
     void checkDeadlines();
     void askToClose(const std::string& why);
+    void giveTimeToEnd();
     void stopDriver(const std::string& why);
     void driverEnded();
 
@@ -76,6 +89,7 @@ private:
     const bool tableMode_;
 
     PresenceTable table_;
+    SweepClock clock_;
     std::unique_ptr<SimDisplay> display_;
     SignalWatch signals_;
     std::optional<RawTerminal> terminal_;
@@ -94,6 +108,7 @@ private:
     double connectBy_ = kConnectSeconds;
     std::optional<double> runUntil_;
     std::optional<double> closeBy_;
+    double closeWait_ = 0;
     std::optional<int> exitStatus_;
     std::string finalText_;
 };

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -36,20 +37,23 @@ void Simulator::readKeys() {
 void Simulator::key(char c) {
     switch (c) {
         case 'p':
-            pingSentAt_ = now();
-            send(ControllerMessages::ping());
-            notice("sent ping");
+            if (send(ControllerMessages::ping())) {
+                pingSentAt_ = now();
+                notice("sent ping");
+            }
             break;
         case 'd':
-            debugOn_ = !debugOn_;
-            send(ControllerMessages::debug(debugOn_));
-            notice(std::string("sent debug ") + (debugOn_ ? "true" : "false"));
+            if (send(ControllerMessages::debug(!debugOn_))) {
+                debugOn_ = !debugOn_;
+                notice(std::string("sent debug ") + (debugOn_ ? "true" : "false"));
+            }
             break;
         case 'D':
             // The driver starts with debug mode off, so its state can be followed here.
-            debugOn_ = !debugOn_;
-            send(ControllerMessages::toggleDebug());
-            notice("sent control message D");
+            if (send(ControllerMessages::toggleDebug())) {
+                debugOn_ = !debugOn_;
+                notice("sent control message D");
+            }
             break;
         case 'c':
         case 'q':
@@ -80,7 +84,7 @@ void Simulator::checkDeadlines() {
     if (phase_ == Phase::Connecting && t >= connectBy_) {
         stopDriver("the driver did not connect within " + secondsText(kConnectSeconds) + " s");
     } else if (closeBy_ && t >= *closeBy_) {
-        stopDriver("the driver was still running " + secondsText(kCloseSeconds) + " s after close");
+        stopDriver("the driver was still running " + secondsText(closeWait_) + " s after close");
     } else if (runUntil_ && t >= *runUntil_) {
         runUntil_.reset();
         askToClose("--for " + secondsText(options_.runSeconds) + " s are over");
@@ -94,8 +98,25 @@ void Simulator::askToClose(const std::string& why) {
         send(ControllerMessages::close());
         notice("sent close (" + why + ")");
         phase_ = Phase::Closing;
-        closeBy_ = now() + kCloseSeconds;
+        giveTimeToEnd();
     }
+}
+
+void Simulator::giveTimeToEnd() {
+    if (closeBy_) {
+        return;
+    }
+    const double t = now();
+    std::size_t hosts = table_.rows().size();
+    if (clock_.sweepAt(t) == 0) {
+        hosts = 0;  // no sweep has started, so none is to be finished
+    } else if (clock_.sweepsTold() == 0) {
+        hosts = std::max(hosts, kLeastHostsAssumed);
+    }
+    clock_.stop();
+    closeWait_ = closeSeconds(hosts);
+    closeBy_ = now() + closeWait_;
+    notice("waiting up to " + secondsText(closeWait_) + " s for the driver to end");
 }
 
 void Simulator::stopDriver(const std::string& why) {
@@ -115,12 +136,15 @@ void Simulator::driverEnded() {
     }
     driverSays(std::move(driverOutput_));
     driverOutput_.clear();
+    if (phase_ == Phase::Connecting) {
+        // A driver that never connected has failed, whatever its status says.
+        finish(1, "the driver ended before it connected (" + status->describe() +
+                      "); exit status 1");
+        return;
+    }
     const int exitStatus = status->asExitStatus();
-    finish(exitStatus,
-           std::string(phase_ == Phase::Connecting ? "the driver ended before it connected: "
-                                                   : "the driver ended: ") +
-               status->describe() +
-               (status->signaled ? "; exit status " + std::to_string(exitStatus) : ""));
+    finish(exitStatus, "the driver ended: " + status->describe() +
+                           (status->signaled ? "; exit status " + std::to_string(exitStatus) : ""));
 }
 
 }  // namespace sim

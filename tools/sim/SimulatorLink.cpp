@@ -86,13 +86,14 @@ void Simulator::writeLink() {
     }
 }
 
-void Simulator::send(const std::string& bytes) {
+bool Simulator::send(const std::string& bytes) {
     if (client_ < 0) {
         notice("no link: nothing sent");
-        return;
+        return false;
     }
     outgoing_ += bytes;
     writeLink();
+    return true;
 }
 
 void Simulator::linkLost(const std::string& why) {
@@ -102,9 +103,7 @@ void Simulator::linkLost(const std::string& why) {
     outgoing_.clear();
     // A driver without its link ends on its own; it gets the same time as after "close".
     phase_ = Phase::Closing;
-    if (!closeBy_) {
-        closeBy_ = now() + kCloseSeconds;
-    }
+    giveTimeToEnd();
 }
 
 void Simulator::handle(const DriverStream::Item& item) {
@@ -133,8 +132,10 @@ void Simulator::handleMessage(cAmbrelisCommand& message) {
     if (verb == "WrtL") {
         const std::string line = message.GetMulti("DATA").bytes();
         display_->event(now(), "log: " + Printable::of(line));
-        table_.addLog(now(), line);
+        table_.addLog(line);
+        clock_.logLine(now(), line);
     } else if (verb == "getUnits") {
+        clock_.unitsAsked(now());
         send(setUnitsPacket_);
         notice("getUnits: sent setUnits with " + std::to_string(options_.units.units().size()) +
                " units (" + std::to_string(setUnitsPacket_.size()) + " bytes)");
@@ -163,6 +164,7 @@ void Simulator::handleMessage(cAmbrelisCommand& message) {
 void Simulator::reportPresence(cAmbrelisCommand& message, PresenceTable::State state) {
     const std::string address = message.GetMulti("addr").bytes();
     const bool update = message.GetMulti("UpDt") == "true";
+    clock_.reported(now());
     const auto& row = table_.setState(address, state, now());
     display_->event(now(), std::string(state == PresenceTable::State::On ? "ON  " : "OFF ") +
                                who(address, row) + responseText(row.responseTime) +
@@ -185,6 +187,7 @@ void Simulator::reportResponse(cAmbrelisCommand& message) {
         }
     }
     const std::string address = message.GetMulti("addr").bytes();
+    clock_.reported(now());
     const auto& row = table_.setResponse(address, ip, responseTime);
     display_->event(now(), "NoOp " + who(address, row) + responseText(responseTime) +
                                (ip.empty() ? "" : "  IP " + Printable::of(ip)));
