@@ -52,8 +52,8 @@ void Simulator::notice(const std::string& text) {
 
 double Simulator::closeSeconds(std::size_t hosts) {
     const std::size_t beyondFirstRound = hosts > 6 ? hosts - 6 : 0;
-    return kCloseBaseSeconds +
-           kCloseSecondsPerSixHosts * static_cast<double>((beyondFirstRound + 5) / 6);
+    const std::size_t rounds = (beyondFirstRound + 5) / 6;  // whole rounds of six pings
+    return kCloseBaseSeconds + kCloseSecondsPerSixHosts * static_cast<double>(rounds);
 }
 
 void Simulator::finish(int exitStatus, const std::string& text) {

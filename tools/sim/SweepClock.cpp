@@ -47,7 +47,8 @@ std::vector<std::string> SweepClock::takeSummaries(double at) {
     std::vector<std::string> lines;
     while (anchor_ && told_ + 1 <= sweepAt(at) && at >= startOf(told_ + 1) + kPingsOverSeconds) {
         told_ += 1;
-        const int count = reports_.count(told_) != 0 ? reports_.at(told_) : 0;
+        const auto found = reports_.find(told_);
+        const int count = found != reports_.end() ? found->second : 0;
         std::string line = "sweep " + std::to_string(told_) + ": ";
         if (count > 0) {
             line += std::to_string(count) + (count == 1 ? " report" : " reports");
