@@ -41,6 +41,22 @@ const LineCase kLines[] = {
     {"2, a, 2:fc:3a:11:9e:40",
      "address \"2:fc:3a:11:9e:40\" is not a hardware address (six two-digit hex groups joined by "
      "colons)"},
+    {"2, a, 7e-52-52-83-30-84",
+     "hardware address \"7e-52-52-83-30-84\" must be written with colons: 7e:52:52:83:30:84"},
+    {"2, a, 7E52.5283.3084",
+     "hardware address \"7E52.5283.3084\" must be written with colons: 7E:52:52:83:30:84"},
+    {"2, a, 7e5252833084",
+     "hardware address \"7e5252833084\" must be written with colons: 7e:52:52:83:30:84 (a host "
+     "name of twelve hex digits needs its domain)"},
+    {"2, a, 123456789012",
+     "hardware address \"123456789012\" must be written with colons: 12:34:56:78:90:12 (a host "
+     "name of twelve hex digits needs its domain)"},
+    {"2, a, printer-2", nullptr},
+    {"2, a, host-01.lan", nullptr},
+    {"2, a, 7e-52-52-83-30", nullptr},
+    {"2, a, 7e-52-52-83-30-8g", nullptr},
+    {"2, a, 7e52-5283-3084", nullptr},
+    {"2, a, 7e5252833084.lan", nullptr},
     {"2, a, -c", "address \"-c\" is not a host name"},
     {"2, a, my_host", "address \"my_host\" is not a host name"},
 };
