@@ -41,7 +41,7 @@ TEST(SimOptionsTest, ABadArgumentIsAnErrorThatSaysWhich) {
         {{"--id", "a\rb"},
          "ambrelis-sim: --id a\rb: a connection id cannot hold a carriage return"},
         {{"--unit", "1,a,b", "--unit", "1,c,d"},
-         "ambrelis-sim: --unit 1,c,d: uniqueid 1 is already used"},
+         "ambrelis-sim: --unit 1,c,d: uniqueid 1 is already used at --unit \"1,a,b\""},
         {{"--units", "/nonexistent/units"},
          "/nonexistent/units: cannot read: No such file or directory"},
     };

@@ -12,7 +12,8 @@
 
 namespace {
 
-// Each line follows a comment, a blank line and a good unit with id 1, so it is line 4.
+// Each line follows a comment, a blank line and a good unit with id 1, so it is line 4. FILE in
+// a problem stands for the file's path.
 struct LineCase {
     const char* line;
     const char* problem;  // nullptr: the line is taken
@@ -30,7 +31,14 @@ const LineCase kLines[] = {
     {"2.5, a, 10.0.0.1", "uniqueid \"2.5\" is not a whole number from 1 to 9007199254740991"},
     {"9007199254740992, a, 10.0.0.1",
      "uniqueid \"9007199254740992\" is not a whole number from 1 to 9007199254740991"},
-    {"1, Again, 10.0.0.1", "uniqueid 1 is already used"},
+    {"1, Again, 10.0.0.1", "uniqueid 1 is already used at FILE:3"},
+    {"2, Gate, GW.Lan", "address GW.Lan is already unit 1 at FILE:3"},
+    {"1, , gw.LAN",
+     "name is empty; uniqueid 1 is already used at FILE:3; address gw.LAN is already unit 1 at "
+     "FILE:3"},
+    {"x, a, 10.0.0",
+     "uniqueid \"x\" is not a whole number from 1 to 9007199254740991; address "
+     "\"10.0.0\" is not an IPv4 address"},
     {"2, , 10.0.0.1", "name is empty"},
     {"2, a,", "address is empty"},
     {"2, a, 10.0.1", "address \"10.0.1\" is not an IPv4 address"},
@@ -67,13 +75,18 @@ TEST(UnitListTest, UnitsFileLinesAreTakenOrReportedWithFileAndLine) {
     ASSERT_GE(fd, 0);
     ::close(fd);
     for (const LineCase& c : kLines) {
-        std::ofstream(path) << "# id, name, address\n\n1, Gateway, 10.0.0.1\n" << c.line << "\n";
+        std::ofstream(path) << "# id, name, address\n\n1, Gateway, gw.lan\n" << c.line << "\n";
         sim::UnitList units;
         const auto problem = units.addFile(path);
         if (c.problem == nullptr) {
             EXPECT_EQ(problem, std::nullopt) << c.line;
         } else {
-            EXPECT_EQ(problem, std::string(path) + ":4: " + c.problem) << c.line;
+            std::string expected = std::string("FILE:4: ") + c.problem;
+            for (auto at = expected.find("FILE"); at != std::string::npos;
+                 at = expected.find("FILE", at + sizeof path - 1)) {
+                expected.replace(at, 4, path);
+            }
+            EXPECT_EQ(problem, expected) << c.line;
         }
     }
     ::unlink(path);

@@ -13,8 +13,9 @@ std::optional<std::string> UnitList::addFile(const std::string& path) {
     }
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
-        if (auto problem = addLine(line)) {
-            return path + ":" + std::to_string(number) + ": " + *problem;
+        const std::string place = path + ":" + std::to_string(number);
+        if (auto problem = addLine(line, place)) {
+            return place + ": " + *problem;
         }
     }
     if (in.bad()) {
