@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "store/CXML.h"
 #include "tools/sim/ControllerMessages.h"
@@ -12,8 +13,7 @@
 
 namespace {
 
-// Each line follows a comment, a blank line and a good unit with id 1, so it is line 4. FILE in
-// a problem stands for the file's path.
+// Each line follows a comment, a blank line and a good unit with id 1, so it is line 4.
 struct LineCase {
     const char* line;
     const char* problem;  // nullptr: the line is taken
@@ -69,27 +69,68 @@ const LineCase kLines[] = {
     {"2, a, my_host", "address \"my_host\" is not a host name"},
 };
 
-TEST(UnitListTest, UnitsFileLinesAreTakenOrReportedWithFileAndLine) {
-    char path[] = "/tmp/units-XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
+// A units file of the test's own; FILE in an expected problem stands for its path.
+class UnitsFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const int fd = ::mkstemp(path_.data());
+        ASSERT_GE(fd, 0);
+        ::close(fd);
+    }
+    void TearDown() override { ::unlink(path_.c_str()); }
+
+    std::vector<std::string> read(const std::string& content) {
+        std::ofstream(path_) << content;
+        units_ = sim::UnitList();
+        return units_.addFile(path_);
+    }
+    std::string withPath(std::string text) const {
+        for (auto at = text.find("FILE"); at != std::string::npos;
+             at = text.find("FILE", at + path_.size())) {
+            text.replace(at, 4, path_);
+        }
+        return text;
+    }
+
+    std::string path_ = "/tmp/units-XXXXXX";
+    sim::UnitList units_;
+};
+
+TEST_F(UnitsFileTest, EachLineIsTakenOrReportedWithFileAndLine) {
     for (const LineCase& c : kLines) {
-        std::ofstream(path) << "# id, name, address\n\n1, Gateway, gw.lan\n" << c.line << "\n";
-        sim::UnitList units;
-        const auto problem = units.addFile(path);
+        const auto problems =
+            read("# id, name, address\n\n1, Gateway, gw.lan\n" + std::string(c.line) + "\n");
         if (c.problem == nullptr) {
-            EXPECT_EQ(problem, std::nullopt) << c.line;
+            EXPECT_EQ(problems, std::vector<std::string>()) << c.line;
         } else {
-            std::string expected = std::string("FILE:4: ") + c.problem;
-            for (auto at = expected.find("FILE"); at != std::string::npos;
-                 at = expected.find("FILE", at + sizeof path - 1)) {
-                expected.replace(at, 4, path);
-            }
-            EXPECT_EQ(problem, expected) << c.line;
+            EXPECT_EQ(problems,
+                      std::vector<std::string>{withPath("FILE:4: " + std::string(c.problem))})
+                << c.line;
         }
     }
-    ::unlink(path);
+}
+
+TEST_F(UnitsFileTest, EveryBadLineIsReportedInOrderAndOnlyGoodOnesAreKept) {
+    const auto problems = read(
+        "1, Router, 10.0.0.1\n"
+        "2, Phone\n"
+        "3, , 10.0.0.3\n"
+        "# 4, skipped, x\n"
+        "4, Tablet, 7e-52-52-83-30-84\n"
+        "3, Laptop, 10.0.0.4\n"
+        "5, NAS, nas.lan\n"
+        "6, Spare, NAS.LAN\n"
+        "7, Printer, printer-2\n");
+    EXPECT_EQ(problems,
+              (std::vector<std::string>{
+                  withPath("FILE:2: expected uniqueid, name, address: found 2 fields"),
+                  withPath("FILE:3: name is empty"),
+                  withPath("FILE:5: hardware address \"7e-52-52-83-30-84\" must be written with "
+                           "colons: 7e:52:52:83:30:84"),
+                  withPath("FILE:6: uniqueid 3 is already used at FILE:3"),
+                  withPath("FILE:8: address NAS.LAN is already unit 5 at FILE:7"),
+              }));
+    EXPECT_EQ(units_.units().size(), 3u);
 }
 
 TEST(UnitListTest, TheUnitListReadsBackFromTheSetUnitsMessage) {

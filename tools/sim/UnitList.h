@@ -20,8 +20,9 @@ public:
     // One unit in the form above, given as a --unit value; returns all that is wrong with it,
     // joined by "; ", or nothing.
     std::optional<std::string> addUnit(std::string_view text);
-    // Every line of a file; a problem reads "FILE:LINE: what is wrong".
-    std::optional<std::string> addFile(const std::string& path);
+    // Every line of a file; returns each bad line's problems, in order, as "FILE:LINE: what is
+    // wrong", or nothing.
+    std::vector<std::string> addFile(const std::string& path);
 
     const std::vector<SimUnit>& units() const { return units_; }
     // The unit with this address, letter case aside.
