@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -29,7 +32,12 @@ TEST(SimOptionsTest, ReadsValuesInBothFormsAndStopsAtHelpAndVersion) {
     EXPECT_EQ(sim::SimOptions().parse({"--version"}, message), Outcome::Version);
 }
 
-TEST(SimOptionsTest, ABadArgumentIsAnErrorThatSaysWhich) {
+TEST(SimOptionsTest, EveryBadArgumentIsAnErrorThatSaysWhich) {
+    std::string file = "/tmp/units-XXXXXX";
+    const int fd = ::mkstemp(file.data());
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    std::ofstream(file) << "1, NAS, nas.lan\n";
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"--bogus"}, "ambrelis-sim: unknown option --bogus (see --help)"},
         {{"--port"}, "ambrelis-sim: --port needs a value (see --help)"},
@@ -41,15 +49,27 @@ TEST(SimOptionsTest, ABadArgumentIsAnErrorThatSaysWhich) {
         {{"--id", "a\rb"},
          "ambrelis-sim: --id a\rb: a connection id cannot hold a carriage return"},
         {{"--unit", "1,a,b", "--unit", "1,c,d"},
-         "ambrelis-sim: --unit 1,c,d: uniqueid 1 is already used"},
+         "ambrelis-sim: --unit 1,c,d: uniqueid 1 is already used at --unit \"1,a,b\""},
         {{"--units", "/nonexistent/units"},
          "/nonexistent/units: cannot read: No such file or directory"},
+        {{"--units", file, "--unit", "2, Box, NAS.Lan"},
+         "ambrelis-sim: --unit 2, Box, NAS.Lan: address NAS.Lan is already unit 1 at " + file +
+             ":1"},
+        {{"--unit", "1, Box, 10.0.0.1", "--units", file},
+         file + ":1: uniqueid 1 is already used at --unit \"1, Box, 10.0.0.1\""},
+        {{"--unit", "x,a,b", "--port", "70000", "--units", "/nonexistent/units", "--bogus", "--x"},
+         "ambrelis-sim: --unit x,a,b: uniqueid \"x\" is not a whole number from 1 to "
+         "9007199254740991\nambrelis-sim: --port 70000: not a port number from 0 to 65535\n"
+         "/nonexistent/units: cannot read: No such file or directory\nambrelis-sim: unknown option "
+         "--bogus (see --help)"},
+        {{"--port", "x", "--help"}, "ambrelis-sim: --port x: not a port number from 0 to 65535"},
     };
     for (const auto& [arguments, expected] : cases) {
         std::string message;
         EXPECT_EQ(sim::SimOptions().parse(arguments, message), Outcome::Error) << expected;
         EXPECT_EQ(message, expected);
     }
+    ::unlink(file.c_str());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "store/CXML.h"
 #include "tools/sim/ControllerMessages.h"
@@ -30,7 +31,14 @@ const LineCase kLines[] = {
     {"2.5, a, 10.0.0.1", "uniqueid \"2.5\" is not a whole number from 1 to 9007199254740991"},
     {"9007199254740992, a, 10.0.0.1",
      "uniqueid \"9007199254740992\" is not a whole number from 1 to 9007199254740991"},
-    {"1, Again, 10.0.0.1", "uniqueid 1 is already used"},
+    {"1, Again, 10.0.0.1", "uniqueid 1 is already used at FILE:3"},
+    {"2, Gate, GW.Lan", "address GW.Lan is already unit 1 at FILE:3"},
+    {"1, , gw.LAN",
+     "name is empty; uniqueid 1 is already used at FILE:3; address gw.LAN is already unit 1 at "
+     "FILE:3"},
+    {"x, a, 10.0.0",
+     "uniqueid \"x\" is not a whole number from 1 to 9007199254740991; address "
+     "\"10.0.0\" is not an IPv4 address"},
     {"2, , 10.0.0.1", "name is empty"},
     {"2, a,", "address is empty"},
     {"2, a, 10.0.1", "address \"10.0.1\" is not an IPv4 address"},
@@ -41,26 +49,88 @@ const LineCase kLines[] = {
     {"2, a, 2:fc:3a:11:9e:40",
      "address \"2:fc:3a:11:9e:40\" is not a hardware address (six two-digit hex groups joined by "
      "colons)"},
+    {"2, a, 7e-52-52-83-30-84",
+     "hardware address \"7e-52-52-83-30-84\" must be written with colons: 7e:52:52:83:30:84"},
+    {"2, a, 7E52.5283.3084",
+     "hardware address \"7E52.5283.3084\" must be written with colons: 7E:52:52:83:30:84"},
+    {"2, a, 7e5252833084",
+     "hardware address \"7e5252833084\" must be written with colons: 7e:52:52:83:30:84 (a host "
+     "name of twelve hex digits needs its domain)"},
+    {"2, a, 123456789012",
+     "hardware address \"123456789012\" must be written with colons: 12:34:56:78:90:12 (a host "
+     "name of twelve hex digits needs its domain)"},
+    {"2, a, printer-2", nullptr},
+    {"2, a, host-01.lan", nullptr},
+    {"2, a, 7e-52-52-83-30", nullptr},
+    {"2, a, 7e-52-52-83-30-8g", nullptr},
+    {"2, a, 7e52-5283-3084", nullptr},
+    {"2, a, 7e5252833084.lan", nullptr},
     {"2, a, -c", "address \"-c\" is not a host name"},
     {"2, a, my_host", "address \"my_host\" is not a host name"},
 };
 
-TEST(UnitListTest, UnitsFileLinesAreTakenOrReportedWithFileAndLine) {
-    char path[] = "/tmp/units-XXXXXX";
-    const int fd = ::mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
+// A units file of the test's own; FILE in an expected problem stands for its path.
+class UnitsFileTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const int fd = ::mkstemp(path_.data());
+        ASSERT_GE(fd, 0);
+        ::close(fd);
+    }
+    void TearDown() override { ::unlink(path_.c_str()); }
+
+    std::vector<std::string> read(const std::string& content) {
+        std::ofstream(path_) << content;
+        units_ = sim::UnitList();
+        return units_.addFile(path_);
+    }
+    std::string withPath(std::string text) const {
+        for (auto at = text.find("FILE"); at != std::string::npos;
+             at = text.find("FILE", at + path_.size())) {
+            text.replace(at, 4, path_);
+        }
+        return text;
+    }
+
+    std::string path_ = "/tmp/units-XXXXXX";
+    sim::UnitList units_;
+};
+
+TEST_F(UnitsFileTest, EachLineIsTakenOrReportedWithFileAndLine) {
     for (const LineCase& c : kLines) {
-        std::ofstream(path) << "# id, name, address\n\n1, Gateway, 10.0.0.1\n" << c.line << "\n";
-        sim::UnitList units;
-        const auto problem = units.addFile(path);
+        const auto problems =
+            read("# id, name, address\n\n1, Gateway, gw.lan\n" + std::string(c.line) + "\n");
         if (c.problem == nullptr) {
-            EXPECT_EQ(problem, std::nullopt) << c.line;
+            EXPECT_EQ(problems, std::vector<std::string>()) << c.line;
         } else {
-            EXPECT_EQ(problem, std::string(path) + ":4: " + c.problem) << c.line;
+            EXPECT_EQ(problems,
+                      std::vector<std::string>{withPath("FILE:4: " + std::string(c.problem))})
+                << c.line;
         }
     }
-    ::unlink(path);
+}
+
+TEST_F(UnitsFileTest, EveryBadLineIsReportedInOrderAndOnlyGoodOnesAreKept) {
+    const auto problems = read(
+        "1, Router, 10.0.0.1\n"
+        "2, Phone\n"
+        "3, , 10.0.0.3\n"
+        "# 4, skipped, x\n"
+        "4, Tablet, 7e-52-52-83-30-84\n"
+        "3, Laptop, 10.0.0.4\n"
+        "5, NAS, nas.lan\n"
+        "6, Spare, NAS.LAN\n"
+        "7, Printer, printer-2\n");
+    EXPECT_EQ(problems,
+              (std::vector<std::string>{
+                  withPath("FILE:2: expected uniqueid, name, address: found 2 fields"),
+                  withPath("FILE:3: name is empty"),
+                  withPath("FILE:5: hardware address \"7e-52-52-83-30-84\" must be written with "
+                           "colons: 7e:52:52:83:30:84"),
+                  withPath("FILE:6: uniqueid 3 is already used at FILE:3"),
+                  withPath("FILE:8: address NAS.LAN is already unit 5 at FILE:7"),
+              }));
+    EXPECT_EQ(units_.units().size(), 3u);
 }
 
 TEST(UnitListTest, TheUnitListReadsBackFromTheSetUnitsMessage) {

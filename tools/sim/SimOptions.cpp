@@ -4,7 +4,6 @@
 #include <cmath>
 #include <filesystem>
 #include <optional>
-#include <utility>
 
 namespace sim {
 
@@ -33,10 +32,17 @@ std::optional<Number> parseWithin(const std::string& text, Number least, Number 
     return value;
 }
 
+void addLine(std::string& text, const std::string& line) {
+    text += (text.empty() ? "" : "\n") + line;
+}
+
 }  // namespace
 
 SimOptions::Outcome SimOptions::parse(const std::vector<std::string>& arguments,
                                       std::string& message) {
+    // Every bad value is reported, so that one run shows all there is to mend; a bad option name
+    // ends the reading, as what follows it can no longer be told apart.
+    message.clear();
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         std::string name = arguments[i];
         std::optional<std::string> inlineValue;
@@ -45,35 +51,35 @@ SimOptions::Outcome SimOptions::parse(const std::vector<std::string>& arguments,
             inlineValue = name.substr(equals + 1);
             name.resize(equals);
         }
-        if (name == "--help" || name == "-h") {
-            return Outcome::Help;
-        }
-        if (name == "--version") {
-            return Outcome::Version;
+        if (name == "--help" || name == "-h" || name == "--version") {
+            // A problem found before them still wins.
+            if (!message.empty()) {
+                break;
+            }
+            return name == "--version" ? Outcome::Version : Outcome::Help;
         }
         const bool takesValue = name == "--port" || name == "--driver" || name == "--id" ||
                                 name == "--units" || name == "--unit" || name == "--for" ||
                                 name == "--log-lines";
         if (!takesValue) {
-            message = "ambrelis-sim: unknown option " + arguments[i] + " (see --help)";
-            return Outcome::Error;
+            addLine(message, "ambrelis-sim: unknown option " + arguments[i] + " (see --help)");
+            break;
         }
         if (!inlineValue && i + 1 == arguments.size()) {
-            message = "ambrelis-sim: " + name + " needs a value (see --help)";
-            return Outcome::Error;
+            addLine(message, "ambrelis-sim: " + name + " needs a value (see --help)");
+            break;
         }
         const std::string value = inlineValue ? *inlineValue : arguments[++i];
-        if (auto problem = apply(name, value)) {
-            message = std::move(*problem);
-            return Outcome::Error;
+        for (const std::string& problem : apply(name, value)) {
+            addLine(message, problem);
         }
     }
-    return Outcome::Run;
+    return message.empty() ? Outcome::Run : Outcome::Error;
 }
 
-std::optional<std::string> SimOptions::apply(const std::string& name, const std::string& value) {
+std::vector<std::string> SimOptions::apply(const std::string& name, const std::string& value) {
     const auto bad = [&](const std::string& what) {
-        return "ambrelis-sim: " + name + " " + value + ": " + what;
+        return std::vector<std::string>{"ambrelis-sim: " + name + " " + value + ": " + what};
     };
     if (name == "--port") {
         const auto number = parseWithin<int>(value, 0, 65535);
@@ -89,9 +95,7 @@ std::optional<std::string> SimOptions::apply(const std::string& name, const std:
         }
         connectionId = value;
     } else if (name == "--units") {
-        if (auto problem = units.addFile(value)) {
-            return problem;
-        }
+        return units.addFile(value);
     } else if (name == "--unit") {
         if (auto problem = units.addUnit(value)) {
             return bad(*problem);
@@ -109,7 +113,7 @@ std::optional<std::string> SimOptions::apply(const std::string& name, const std:
         }
         logLines = *lines;
     }
-    return std::nullopt;
+    return {};
 }
 
 std::string SimOptions::driverToStart() const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,7 +15,8 @@ public:
 
     static constexpr int kDefaultPort = 20300;
 
-    // Reads the arguments after the program's name. On Error, message says what is wrong.
+    // Reads the arguments after the program's name. On Error, message says all that is wrong,
+    // one problem a line.
     Outcome parse(const std::vector<std::string>& arguments, std::string& message);
     static std::string helpText();
     static std::string versionText();
@@ -31,8 +31,8 @@ public:
     UnitList units;
 
 private:
-    // Stores the value of an option that takes one; the message when the value is bad.
-    std::optional<std::string> apply(const std::string& name, const std::string& value);
+    // Stores the value of an option that takes one; returns its problems, none when it is good.
+    std::vector<std::string> apply(const std::string& name, const std::string& value);
 };
 
 }  // namespace sim

@@ -31,12 +31,13 @@ each field trimmed. Blank lines and lines starting with # are ignored.
   name      any text without commas, not empty
   address   an IPv4 address or a host name (the driver pings it), or a hardware address of
             six two-digit hex groups joined by colons (the driver looks for it in the
-            neighbour table)
+            neighbour table); used once, letter case aside
 Example:
   # id, name, address
   1, Router, 192.168.1.1
   2, Phone, 02:fc:3a:11:9e:40
-A bad line is reported as FILE:LINE: what is wrong, and nothing is started (exit status 2).
+Every bad line is reported, as FILE:LINE: what is wrong (a bad --unit as --unit VALUE: what
+is wrong), and then nothing is started (exit status 2).
 
 Keys (when standard input is a terminal):
   p     send "ping" and show the answer

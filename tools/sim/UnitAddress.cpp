@@ -7,7 +7,7 @@ namespace sim {
 
 namespace {
 
-constexpr std::size_t kHardwareLength = 17;  // six groups of two and five colons
+constexpr std::size_t kHardwareDigits = 12;
 constexpr std::size_t kMostNameBytes = 253;
 constexpr std::size_t kMostLabelBytes = 63;
 
@@ -17,14 +17,14 @@ bool isDigit(char c) {
 
 }  // namespace
 
-bool UnitAddress::isHardware(std::string_view address) {
-    if (address.size() != kHardwareLength) {
+bool UnitAddress::isHexGroups(std::string_view address, std::size_t width, char separator) {
+    if (address.size() != kHardwareDigits + kHardwareDigits / width - 1) {
         return false;
     }
     for (std::size_t i = 0; i < address.size(); ++i) {
-        const bool colonPlace = i % 3 == 2;
-        const auto c = static_cast<unsigned char>(address[i]);
-        if (colonPlace ? c != ':' : std::isxdigit(c) == 0) {
+        const bool separatorPlace = i % (width + 1) == width;
+        const char c = address[i];
+        if (separatorPlace ? c != separator : std::isxdigit(static_cast<unsigned char>(c)) == 0) {
             return false;
         }
     }
@@ -81,13 +81,38 @@ bool UnitAddress::isHostName(std::string_view address) {
     }
 }
 
+std::optional<std::string> UnitAddress::misspelledHardware(std::string_view address) {
+    const bool bare = isHexGroups(address, kHardwareDigits, 0);
+    if (!bare && !isHexGroups(address, 2, '-') && !isHexGroups(address, 4, '.')) {
+        return std::nullopt;
+    }
+    // The driver finds a hardware address in the neighbour table by its colon form alone.
+    std::string colons;
+    for (const char c : address) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) {
+            continue;
+        }
+        if (colons.size() % 3 == 2) {
+            colons += ':';
+        }
+        colons += c;
+    }
+    return "hardware address \"" + std::string(address) +
+           "\" must be written with colons: " + colons +
+           (bare ? " (a host name of twelve hex digits needs its domain)" : "");
+}
+
 std::optional<std::string> UnitAddress::problem(std::string_view address) {
     const std::string quoted = "\"" + std::string(address) + "\"";
     if (address.empty()) {
         return "address is empty";
     }
+    // Before the dotted quad's test, which twelve decimal digits would also reach.
+    if (auto misspelled = misspelledHardware(address)) {
+        return misspelled;
+    }
     if (address.find(':') != std::string_view::npos) {
-        if (isHardware(address)) {
+        if (isHexGroups(address, 2, ':')) {
             return std::nullopt;
         }
         return "address " + quoted +

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,9 +15,12 @@ public:
     static std::optional<std::string> problem(std::string_view address);
 
 private:
-    static bool isHardware(std::string_view address);
+    // Twelve hex digits in groups of `width` joined by `separator`; a width of 12 has none.
+    static bool isHexGroups(std::string_view address, std::size_t width, char separator);
     static bool isIPv4(std::string_view address);
     static bool isHostName(std::string_view address);
+    // What to say of a hardware address written other than with colons, or nothing.
+    static std::optional<std::string> misspelledHardware(std::string_view address);
 };
 
 }  // namespace sim

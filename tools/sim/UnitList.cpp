@@ -45,9 +45,21 @@ bool sameFolded(std::string_view a, std::string_view b) {
     });
 }
 
+std::string lowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return lower;
+}
+
 }  // namespace
 
 std::optional<std::string> UnitList::addUnit(std::string_view text) {
+    return add(text, "--unit \"" + std::string(text) + "\"");
+}
+
+std::optional<std::string> UnitList::add(std::string_view text, const std::string& place) {
     std::vector<std::string_view> fields;
     for (std::size_t at = 0;;) {
         const std::size_t comma = text.find(',', at);
@@ -61,32 +73,58 @@ std::optional<std::string> UnitList::addUnit(std::string_view text) {
         return "expected uniqueid, name, address: found " + std::to_string(fields.size()) +
                " field" + (fields.size() == 1 ? "" : "s");
     }
+    // Every problem of the unit at once, so that it is mended in one go.
+    std::vector<std::string> problems;
     const auto id = parseId(fields[0]);
     if (!id) {
-        return "uniqueid \"" + std::string(fields[0]) + "\" is not a whole number from 1 to " +
-               std::to_string(kLargestId);
-    }
-    const bool taken = std::any_of(units_.begin(), units_.end(),
-                                   [&](const SimUnit& unit) { return unit.uniqueid == *id; });
-    if (taken) {
-        return "uniqueid " + std::to_string(*id) + " is already used";
+        problems.push_back("uniqueid \"" + std::string(fields[0]) +
+                           "\" is not a whole number from 1 to " + std::to_string(kLargestId));
     }
     if (fields[1].empty()) {
-        return std::string("name is empty");
+        problems.emplace_back("name is empty");
     }
-    if (auto problem = UnitAddress::problem(fields[2])) {
-        return problem;
+    const auto addressProblem = UnitAddress::problem(fields[2]);
+    if (addressProblem) {
+        problems.push_back(*addressProblem);
+    }
+    if (id) {
+        claim(*id, addressProblem ? std::string_view() : fields[2], place, problems);
+    }
+    if (!problems.empty()) {
+        std::string all = problems.front();
+        for (auto more = problems.begin() + 1; more != problems.end(); ++more) {
+            all += "; " + *more;
+        }
+        return all;
     }
     units_.push_back(SimUnit{*id, std::string(fields[1]), std::string(fields[2])});
     return std::nullopt;
 }
 
-std::optional<std::string> UnitList::addLine(std::string_view line) {
+void UnitList::claim(std::int64_t id, std::string_view address, const std::string& place,
+                     std::vector<std::string>& problems) {
+    const std::string unit = std::to_string(id);
+    const auto idTaken = idPlaces_.emplace(id, place);
+    if (!idTaken.second) {
+        problems.push_back("uniqueid " + unit + " is already used at " + idTaken.first->second);
+    }
+    if (address.empty()) {
+        return;
+    }
+    const auto addressTaken =
+        addressOwners_.emplace(lowerCase(address), "unit " + unit + " at " + place);
+    if (!addressTaken.second) {
+        problems.push_back("address " + std::string(address) + " is already " +
+                           addressTaken.first->second);
+    }
+}
+
+std::optional<std::string> UnitList::addLine(std::string_view line, const std::string& place) {
     const std::string_view content = trimmed(line);
     if (content.empty() || content.front() == '#') {
         return std::nullopt;
     }
-    return addUnit(content);
+    return add(content, place);
 }
 
 const SimUnit* UnitList::findByAddress(std::string_view address) const {

@@ -6,21 +6,23 @@
 
 namespace sim {
 
-std::optional<std::string> UnitList::addFile(const std::string& path) {
+std::vector<std::string> UnitList::addFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        return path + ": cannot read: " + std::strerror(errno);
+        return {path + ": cannot read: " + std::strerror(errno)};
     }
+    std::vector<std::string> problems;
     std::string line;
     for (int number = 1; std::getline(in, line); ++number) {
-        if (auto problem = addLine(line)) {
-            return path + ":" + std::to_string(number) + ": " + *problem;
+        const std::string place = path + ":" + std::to_string(number);
+        if (auto problem = addLine(line, place)) {
+            problems.push_back(place + ": " + *problem);
         }
     }
     if (in.bad()) {
-        return path + ": cannot read: " + std::strerror(errno);
+        problems.push_back(path + ": cannot read: " + std::strerror(errno));
     }
-    return std::nullopt;
+    return problems;
 }
 
 }  // namespace sim
