@@ -92,9 +92,10 @@ std::string Simulator::status() const {
         return std::to_string(static_cast<long>(std::ceil(std::max(0.0, seconds)))) + "s";
     };
     const double t = now();
-    const char* phase = phase_ == Phase::Connecting ? "waiting for it to connect"
-                        : phase_ == Phase::Linked   ? "linked"
-                                                    : "closing";
+    const char* phase = exitStatus_                   ? "ended"
+                        : phase_ == Phase::Connecting ? "waiting for it to connect"
+                        : phase_ == Phase::Linked     ? "linked"
+                                                      : "closing";
     std::string first = SimOptions::versionText() + "  port " + std::to_string(listener_.port()) +
                         "  driver pid " + (driver_ ? std::to_string(driver_->pid()) : "-") +
                         ", " + phase + "  up " + std::to_string(static_cast<long>(t)) + "s";
