@@ -94,8 +94,8 @@ TEST_F(SimulatorScreenTest, CloseDuringABusySweepWaitsForTheDriverToFinishIt) {
     ASSERT_TRUE(terminal.waitFor("sim-exit=", 20s));
     screen = terminal.screen();
     EXPECT_NE(lineWith(screen, "sim-exit=0"), "") << lineWith(screen, "the driver");
-    EXPECT_NE(screen[0].find(", ended  up "), std::string::npos) << screen[0];
-    EXPECT_EQ(screen[1], "the driver ended: exit status 0");
+    // The full screen has scrolled by the lines written after it; its status line stays.
+    EXPECT_NE(lineWith(screen, "the driver ended: exit status 0"), "");
     EXPECT_NE(lineWith(screen, "Router").find("no report before close"), std::string::npos);
 }
 
