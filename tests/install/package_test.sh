@@ -1,29 +1,69 @@
 #!/usr/bin/env bash
 # Installs the build the two ways a user does (into a prefix, and from the Debian package into
-# an empty root) and runs what was installed.
+# an empty root), runs what was installed, and checks the package as Debian checks its own.
 set -euo pipefail
 build=$1
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+fail() { echo "$*"; exit 1; }
 
 banner=$'Ambrelis Arp Table Presence Driver\r\nCopyright Tamsvale. All rights reserved.\r\nversion 2 (build 003)\r'
+pages=(man8/arp-presence.8.gz man1/ambrelis-sim.1.gz)
 
+# $1 is the installed prefix: bin/ and share/.
 check_installed() {
-    local bin=$1
-    [ "$("$bin/arp-presence" only-one)" = "$banner" ] || { echo "bad banner from $bin"; exit 1; }
-    "$bin/ambrelis-sim" --help | grep -q -- '--units' || { echo "no --help from $bin"; exit 1; }
-    "$bin/ambrelis-sim" --version | grep -q '^ambrelis-sim ' || { echo "no --version"; exit 1; }
+    local bin=$1/bin
+    [ "$("$bin/arp-presence" only-one)" = "$banner" ] || fail "bad banner from $bin"
+    "$bin/ambrelis-sim" --help | grep -q -- '--units' || fail "no --help from $bin"
+    "$bin/ambrelis-sim" --version | grep -q '^ambrelis-sim ' || fail "no --version from $bin"
+    for page in "${pages[@]}"; do
+        [ -s "$1/share/man/$page" ] || fail "no $page under $1"
+    done
 }
 
 cmake --install "$build" --prefix "$scratch/prefix" >/dev/null
-check_installed "$scratch/prefix/bin"
+check_installed "$scratch/prefix"
 
+# Packed from the build given: stripped, a RelWithDebInfo build's programs are a Release one's.
 (cd "$build" && cpack -G DEB -B "$scratch/package" >/dev/null)
 deb=$(ls "$scratch"/package/*.deb)
 depends=$(dpkg-deb -f "$deb" Depends)
-for needed in iputils-ping net-tools fping; do
-    grep -q "$needed" <<<"$depends" || { echo "$deb does not depend on $needed: $depends"; exit 1; }
+for needed in iputils-ping net-tools fping libstdc++6; do
+    grep -q "$needed" <<<"$depends" || fail "$deb does not depend on $needed: $depends"
 done
-dpkg -x "$deb" "$scratch/root"
-check_installed "$scratch/root/usr/bin"
+[ "$(dpkg-deb -f "$deb" Section Priority)" = $'Section: net\nPriority: optional' ] ||
+    fail "bad Section or Priority: $(dpkg-deb -f "$deb" Section Priority)"
+root=$scratch/root
+dpkg -x "$deb" "$root"
+check_installed "$root/usr"
+
+for program in arp-presence ambrelis-sim; do
+    if readelf -SW "$root/usr/bin/$program" | grep -Eq '\.(symtab|debug_)'; then
+        fail "$program is not stripped"
+    fi
+done
+doc=$root/usr/share/doc/arp-presence
+[ -s "$doc/copyright" ] || fail "no copyright file"
+version=$(dpkg-deb -f "$deb" Version)
+zcat "$doc/changelog.gz" | head -n 1 | grep -q "^arp-presence ($version) " ||
+    fail "changelog.gz does not begin with $version"
+
+command -v man >/dev/null || fail "man (man-db) is needed to check the manual pages"
+for page in "${pages[@]}"; do
+    warnings=$(LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 \
+        man --warnings -E UTF-8 -l -Tutf8 -Z "$root/usr/share/man/$page" 2>&1 >/dev/null)
+    [ -z "$warnings" ] || fail "$page: $warnings"
+done
+# The manual page keeps up with the options the simulator takes.
+manual=$(MANWIDTH=200 man -l "$root/usr/share/man/man1/ambrelis-sim.1.gz" 2>/dev/null)
+for option in $("$root/usr/bin/ambrelis-sim" --help | grep -o -- '--[a-z-]*' | sort -u); do
+    grep -qw -- "$option" <<<"$manual" || fail "ambrelis-sim(1) does not tell of $option"
+done
+
+if command -v lintian >/dev/null; then
+    # Errors and warnings fail; lintian's notes (I:) are shown only.
+    lintian --display-info --fail-on error,warning "$deb" 2>/dev/null || fail "lintian objects"
+else
+    echo "lintian is missing: the package was not checked by it"
+fi
 echo "installed and ran from $(basename "$deb") ($depends)"
