@@ -27,8 +27,9 @@ protected:
     }
 
     std::string demo() const {
-        return "cd " + std::string(ARP_SOURCE_DIR) + " && nsenter --net=" +
-               network->namespacePath("driver") + " scripts/demo.sh; echo demo-exit=$?; sleep 60";
+        return "cd " + std::string(ARP_SOURCE_DIR) +
+               " && nsenter --net=" + network->namespacePath("driver") +
+               " scripts/demo.sh; echo demo-exit=$?; sleep 60";
     }
 
     std::unique_ptr<BridgedNetwork> network;

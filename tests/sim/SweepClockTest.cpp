@@ -34,7 +34,11 @@ TEST(SweepClockTest, CountsSweepsFromTheUnitRequestAndFollowsTheDriversOwnMark) 
          10 + kPeriod - 2,
          2,
          kPeriod - 1},
-        {"other lines change nothing", {{10, "units"}, {30, "begin arp scan "}}, 30, 1, 10 + kPeriod - 30},
+        {"other lines change nothing",
+         {{10, "units"}, {30, "begin arp scan "}},
+         30,
+         1,
+         10 + kPeriod - 30},
     };
     for (const Case& c : cases) {
         sim::SweepClock clock;
@@ -58,7 +62,8 @@ TEST(SweepClockTest, TellsEachSweepOnceItsPingsAreOver) {
     clock.unitsAsked(0);
     const double over = sim::SweepClock::kPingsOverSeconds;
     EXPECT_TRUE(clock.takeSummaries(over - 0.1).empty());
-    EXPECT_EQ(clock.takeSummaries(over), std::vector<std::string>{"sweep 1: nothing found in the neighbour table"});
+    EXPECT_EQ(clock.takeSummaries(over),
+              std::vector<std::string>{"sweep 1: nothing found in the neighbour table"});
     clock.reported(kPeriod + 1);
     clock.reported(kPeriod + 2);
     clock.reported(2 * kPeriod + 1);
@@ -81,11 +86,13 @@ TEST(SweepClockTest, SaysWhatARowWithoutReportWaitsFor) {
     hardwareUnit.isUnit = true;
 
     sim::SweepClock clock;
-    EXPECT_EQ(sim::RowHint::waiting(pinged, clock, 1), "waiting for the driver to ask for its units");
+    EXPECT_EQ(sim::RowHint::waiting(pinged, clock, 1),
+              "waiting for the driver to ask for its units");
     clock.unitsAsked(1);
     EXPECT_EQ(sim::RowHint::waiting(pinged, clock, 12), "first ping at sweep 2, in 22s");
     EXPECT_EQ(sim::RowHint::waiting(pinged, clock, 1 + kPeriod + 1), "first ping under way");
-    EXPECT_EQ(sim::RowHint::waiting(hardwareUnit, clock, 12), "told once the driver has read the unit list");
+    EXPECT_EQ(sim::RowHint::waiting(hardwareUnit, clock, 12),
+              "told once the driver has read the unit list");
     clock.stop();
     EXPECT_EQ(sim::RowHint::waiting(pinged, clock, 12), "no report before close");
 

@@ -26,7 +26,7 @@ public:
         std::string responseTime;  // milliseconds, as the driver wrote them
         std::string ip;
         std::string ipUnitName;  // of the unit whose address is this row's IP
-        double changedAt = -1;  // seconds since the start; -1 before the first state
+        double changedAt = -1;   // seconds since the start; -1 before the first state
     };
 
     struct LogLine {

@@ -97,8 +97,8 @@ std::string Simulator::status() const {
                         : phase_ == Phase::Linked     ? "linked"
                                                       : "closing";
     std::string first = SimOptions::versionText() + "  port " + std::to_string(listener_.port()) +
-                        "  driver pid " + (driver_ ? std::to_string(driver_->pid()) : "-") +
-                        ", " + phase + "  up " + std::to_string(static_cast<long>(t)) + "s";
+                        "  driver pid " + (driver_ ? std::to_string(driver_->pid()) : "-") + ", " +
+                        phase + "  up " + std::to_string(static_cast<long>(t)) + "s";
     std::string second;
     if (exitStatus_) {
         second = finalText_;

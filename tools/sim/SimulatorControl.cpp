@@ -138,8 +138,8 @@ void Simulator::driverEnded() {
     driverOutput_.clear();
     if (phase_ == Phase::Connecting) {
         // A driver that never connected has failed, whatever its status says.
-        finish(1, "the driver ended before it connected (" + status->describe() +
-                      "); exit status 1");
+        finish(1,
+               "the driver ended before it connected (" + status->describe() + "); exit status 1");
         return;
     }
     const int exitStatus = status->asExitStatus();

@@ -101,9 +101,8 @@ std::vector<std::string> TableDisplay::screen(double now, const std::string& sta
     // One column short of the edge, so that no line wraps.
     const std::size_t width = columns > 1 ? columns - 1 : columns;
     const std::size_t nameWidth = std::max(
-        kLeastNameWidth,
-        width - std::min(width, kAddressWidth + kStateWidth + kResponseWidth + kIpWidth +
-                                    kChangedWidth));
+        kLeastNameWidth, width - std::min(width, kAddressWidth + kStateWidth + kResponseWidth +
+                                                     kIpWidth + kChangedWidth));
     std::vector<std::string> out;
     const auto put = [&](const std::string& line) {
         std::string shown = Printable::clip(line, width);
@@ -134,7 +133,8 @@ std::vector<std::string> TableDisplay::screen(double now, const std::string& sta
     }
     const std::size_t room = lines > kFixedLines ? lines - kFixedLines : 0;
     const std::size_t wanted = rows.size() + notes.size();
-    const std::size_t logRoom = std::min(log.size(), std::max(room / 2, room - std::min(room, wanted)));
+    const std::size_t logRoom =
+        std::min(log.size(), std::max(room / 2, room - std::min(room, wanted)));
     const std::size_t tableRoom = room - logRoom;
     const std::size_t rowRoom = tableRoom - std::min(tableRoom, notes.size());
     for (std::size_t i = 0; i < rows.size() && i < rowRoom; ++i) {
