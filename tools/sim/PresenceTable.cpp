@@ -1,20 +1,8 @@
 #include "tools/sim/PresenceTable.h"
 
-#include <algorithm>
-#include <cctype>
+#include <utility>
 
 namespace sim {
-
-namespace {
-
-std::string folded(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
-
-}  // namespace
 
 PresenceTable::PresenceTable(const UnitList& units, std::size_t logLines)
     : units_(units), logLines_(logLines) {
@@ -24,7 +12,7 @@ PresenceTable::PresenceTable(const UnitList& units, std::size_t logLines)
 }
 
 PresenceTable::Row& PresenceTable::row(std::string_view address) {
-    const auto [at, isNew] = byAddress_.try_emplace(folded(address), rows_.size());
+    const auto [at, isNew] = byAddress_.try_emplace(UnitList::folded(address), rows_.size());
     if (isNew) {
         const SimUnit* unit = units_.findByAddress(address);
         Row fresh;

@@ -45,15 +45,15 @@ bool sameFolded(std::string_view a, std::string_view b) {
     });
 }
 
-std::string lowerCase(std::string_view text) {
-    std::string lower(text);
+}  // namespace
+
+std::string UnitList::folded(std::string_view address) {
+    std::string lower(address);
     for (char& c : lower) {
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
     return lower;
 }
-
-}  // namespace
 
 std::optional<std::string> UnitList::addUnit(std::string_view text) {
     return add(text, "--unit \"" + std::string(text) + "\"");
@@ -112,7 +112,7 @@ void UnitList::claim(std::int64_t id, std::string_view address, const std::strin
         return;
     }
     const auto addressTaken =
-        addressOwners_.emplace(lowerCase(address), "unit " + unit + " at " + place);
+        addressOwners_.emplace(folded(address), "unit " + unit + " at " + place);
     if (!addressTaken.second) {
         problems.push_back("address " + std::string(address) + " is already " +
                            addressTaken.first->second);

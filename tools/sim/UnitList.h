@@ -25,6 +25,8 @@ public:
     std::vector<std::string> addFile(const std::string& path);
 
     const std::vector<SimUnit>& units() const { return units_; }
+    // An address as units are told apart by: letter case aside.
+    static std::string folded(std::string_view address);
     // The unit with this address, letter case aside.
     const SimUnit* findByAddress(std::string_view address) const;
     // The list as the controller sends it under "DATA": a root record with one "unit" child per
