@@ -169,10 +169,6 @@ void BridgedNetwork::removeAll() {
     hosts_.clear();
 }
 
-bool BridgedNetwork::setHostLink(const std::string& role, bool up) {
-    return run(ip(role) + "link set eth0 " + (up ? "up" : "down"));
-}
-
 bool BridgedNetwork::forgetNeighbours() {
     bool done = run(ip("driver") + "neigh flush all");
     for (const Host& host : hosts_) {

@@ -38,7 +38,6 @@ public:
     const std::vector<Host>& hosts() const { return hosts_; }
     const Host& host(const std::string& role) const;
     std::string namespacePath(const std::string& role) const;
-    bool setHostLink(const std::string& role, bool up);
     // Empties every neighbour table, so that what the driver finds it found itself.
     bool forgetNeighbours();
 
