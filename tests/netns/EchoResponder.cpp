@@ -2,7 +2,6 @@
 
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,9 +15,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::uint8_t kEchoReply = 0;
-constexpr std::uint8_t kEchoRequest = 8;
 
 std::uint16_t checksum(const std::vector<std::uint8_t>& bytes) {
     std::uint32_t sum = 0;
@@ -49,46 +45,34 @@ EchoResponder::EchoResponder(const std::string& namespacePath, Behaviour behavio
             socket_ = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
         }
     }
-    stop_ = ::eventfd(0, EFD_CLOEXEC);
-    if (socket_ >= 0 && stop_ >= 0) {
+    if (socket_ >= 0) {
         thread_ = std::thread([this] { serve(); });
     }
 }
 
 EchoResponder::~EchoResponder() {
+    stop_ = true;
     if (thread_.joinable()) {
-        const std::uint64_t one = 1;
-        (void)::write(stop_, &one, sizeof one);
         thread_.join();
     }
-    for (int fd : {socket_, stop_}) {
-        if (fd >= 0) {
-            ::close(fd);
-        }
+    if (socket_ >= 0) {
+        ::close(socket_);
     }
 }
 
 void EchoResponder::serve() {
     std::deque<Reply> pending;
     int requests = 0;
-    for (;;) {
-        int wait = -1;
-        if (!pending.empty()) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(pending.front().due - Clock::now());
-            wait = static_cast<int>(std::max<std::int64_t>(left.count(), 0));
-        }
-        std::array<pollfd, 2> fds{{{socket_, POLLIN, 0}, {stop_, POLLIN, 0}}};
-        if (::poll(fds.data(), fds.size(), wait) < 0 || fds[1].revents != 0) {
-            return;
-        }
+    while (!stop_) {
         while (!pending.empty() && pending.front().due <= Clock::now()) {
             const Reply& reply = pending.front();
             ::sendto(socket_, reply.message.data(), reply.message.size(), 0,
                      reinterpret_cast<const sockaddr*>(&reply.to), sizeof reply.to);
             pending.pop_front();
         }
-        if (fds[0].revents == 0) {
+        // Short waits: late replies are due within a few milliseconds of their time.
+        pollfd entry{socket_, POLLIN, 0};
+        if (::poll(&entry, 1, 5) <= 0) {
             continue;
         }
         std::array<std::uint8_t, 2048> packet{};
@@ -96,16 +80,15 @@ void EchoResponder::serve() {
         socklen_t length = sizeof from;
         const ssize_t size = ::recvfrom(socket_, packet.data(), packet.size(), 0,
                                         reinterpret_cast<sockaddr*>(&from), &length);
-        // A raw socket gets the IP header too.
+        // A raw socket gets the IP header too; 8 is an echo request, 0 its reply.
         const std::size_t header = size > 0 ? std::size_t{packet[0] & 0x0fU} * 4 : 0;
-        if (size <= 0 || static_cast<std::size_t>(size) < header + 8 ||
-            packet[header] != kEchoRequest || requests++ < behaviour_.lostFirst) {
+        if (size <= 0 || static_cast<std::size_t>(size) < header + 8 || packet[header] != 8 ||
+            requests++ < behaviour_.lostFirst) {
             continue;
         }
         std::vector<std::uint8_t> message(packet.begin() + static_cast<std::ptrdiff_t>(header),
                                           packet.begin() + size);
-        message[0] = kEchoReply;
-        message[2] = message[3] = 0;
+        message[0] = message[2] = message[3] = 0;
         const std::uint16_t sum = checksum(message);
         message[2] = static_cast<std::uint8_t>(sum >> 8);
         message[3] = static_cast<std::uint8_t>(sum & 0xff);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -25,6 +26,6 @@ private:
 
     Behaviour behaviour_;
     int socket_ = -1;
-    int stop_ = -1;
+    std::atomic<bool> stop_{false};
     std::thread thread_;
 };
