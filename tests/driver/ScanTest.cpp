@@ -1,0 +1,330 @@
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "DriverFixture.h"
+#include "UnitList.h"
+#include "host/LocalNetworks.h"
+#include "wire/cAmbrelisCommand.h"
+
+namespace {
+std::optional<time_t> stoppedClock;
+}  // namespace
+
+// The wall clock as the driver reads it. Stopped, it lets a test put a date exactly at a limit.
+extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
+    if (id == CLOCK_REALTIME && stoppedClock) {
+        *now = {*stoppedClock, 0};
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, id, now));
+}
+
+namespace {
+
+using testsupport::FakeNetwork;
+using testsupport::unitList;
+using Lines = std::vector<std::string>;
+
+const std::string kMac = "a4:5e:60:1:b2:c3", kIp = "10.0.0.5";
+
+class ScanTest : public DriverFixture {
+protected:
+    void SetUp() override {
+        DriverFixture::SetUp();
+        startScanner();
+        stoppedClock = ::time(nullptr);
+    }
+
+    void TearDown() override {
+        DriverFixture::TearDown();
+        stoppedClock.reset();
+    }
+
+    // The date `seconds` before the stopped clock, or none.
+    static host::Ref<host::Date> ago(std::optional<double> seconds) {
+        return seconds ? host::New<host::Date>(*stoppedClock - *seconds) : nullptr;
+    }
+
+    Lines pings() {
+        auto calls = network.pingCalls();
+        std::sort(calls.begin(), calls.end());  // the pings run side by side
+        return calls;
+    }
+
+    static host::Ref<cAmbrelisCommand> message(
+        const std::vector<std::pair<const char*, std::string>>& pairs) {
+        auto cmd = host::New<cAmbrelisCommand>();
+        cmd->Constructor();
+        for (const auto& [key, value] : pairs) {
+            cmd->SetMulti(key, host::String(value));
+        }
+        return cmd;
+    }
+
+    void setUnits(const std::string& data) {
+        Globals::gScanner->gotUnitsFromAmbrelis(message({{"mcmd", "setUnits"}, {"DATA", data}}));
+    }
+};
+
+bool has(const Lines& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+struct PingRow {
+    bool arp, available, firstScan;
+    std::optional<double> lastGoodAgo;
+    const char* answer;
+    Lines sent;
+    bool availableAfter;
+};
+
+TEST_F(ScanTest, EachEndOfAPingDecidesWhatTheControllerIsTold) {
+    const std::string on = "mcmd=ON addr=" + kMac, off = "mcmd=OFF addr=" + kMac;
+    const std::string offIp = "mcmd=OFF addr=" + kIp, upd = " UpDt=true";
+    // The blank before "ping statistics" goes out as part of the address.
+    const std::string report =
+        "mcmd=NoOp UPN0=IP UPV0=" + kIp + "  UPN1=response time UPV1=0.050 addr=";
+    const std::string garbled = "mcmd=NoOp UPN0=IP UPV0=\x01\xff = / addr=";
+    const std::vector<PingRow> rows = {
+        {true, false, true, {}, "up 0.050", {on + upd, report + kMac}, true},
+        {true, false, false, 30, "up 0.050", {on, report + kMac}, true},
+        {true, false, false, {}, "half 0.050", {on, report + kMac}, true},  // one reply of two
+        {false, false, true, {}, "up 0.050", {"mcmd=ON addr=" + kIp + upd, report + kIp}, true},
+        {true, false, false, 5000, "lost", {}, false},
+        {false, false, true, {}, "lost", {offIp + upd}, false},
+        {true, false, true, {}, "unknown", {off + upd}, false},
+        // A unit host gets no grace; an arp host keeps its ON for 1020 s after its last answer.
+        {false, true, false, 10, "lost", {offIp}, false},
+        {true, true, false, 1020.5, "lost", {off}, false},
+        {true, true, false, 1020, "lost", {}, true},
+        {false, true, false, 10, "killed", {offIp}, false},
+        {true,
+         true,
+         false,
+         10,
+         "garbage",
+         {"mcmd=NoOp UPN0=IP UPV0=\x01\xff = / addr=" + kMac},
+         true},
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(i);
+        const PingRow& row = rows[i];
+        network.answer(kIp, row.answer);
+        auto device = arpHost(kIp, kMac);
+        device->useArpTiming = row.arp;
+        device->available = row.available;
+        device->firstScan = row.firstScan;
+        device->LastGoodPing = ago(row.lastGoodAgo);
+        device->DoPing();
+        EXPECT_EQ(settle(), row.sent);
+        EXPECT_EQ(device->available, row.availableAfter);
+        EXPECT_FALSE(device->firstScan);
+        hosts().Remove(host::String(kMac));
+    }
+}
+
+TEST_F(ScanTest, AGoodPingReportsOnlyWhatChanged) {
+    auto device = arpHost(kIp, kMac);
+    network.answer(kIp, "up 0.050");
+    device->DoPing();
+    settle();
+    device->DoPing();
+    EXPECT_EQ(settle(), Lines{}) << "same average";
+    network.answer(kIp, "up 0.061");
+    device->DoPing();
+    EXPECT_EQ(settle(), Lines{"mcmd=NoOp UPN0=response time UPV0=0.061 addr=" + kMac});
+}
+
+// The pump holds a running device until its end is delivered, so the count comes down.
+TEST_F(ScanTest, SixPingsRunAtOnceAndDroppedDevicesStillEnd) {
+    std::int64_t most = 0;
+    for (int i = 0; i < 8; ++i) {
+        const std::string ip = "10.1.0." + std::to_string(i),
+                          mac = "02:00:00:00:00:0" + std::to_string(i);
+        network.answer(ip, "slow 0.1");
+        arpHost(ip, mac)->DoPing();
+        hosts().Remove(host::String(mac));
+        most = std::max(most, Globals::outstandingPings);
+    }
+    EXPECT_EQ(most, 6);
+    EXPECT_EQ(settle().size(), 16u) << "an ON and a report each";
+}
+
+struct DueRow {
+    bool arp, available;
+    std::optional<double> ago;  // since the last ping and the last answer
+    bool pinged, kept;
+};
+
+TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
+    network.setArpTable(
+        "Address HWtype HWaddress Flags Mask Iface\n"
+        "? (10.0.0.1) at 02:00:00:00:00:01 [ether] on eth0\n"
+        "? (10.0.0.2) at <incomplete> on eth0\n"
+        "? (10.0.0.255) at ff:ff:ff:ff:ff:ff [ether] on eth0\n"
+        "? (10.0.0.3) at 2:0:0:0:0:3 [ether] on eth0\r\n"
+        "? (10.0.0.4) at 02:00:00:00:00:03 [ether] on eth0\n"
+        "? (10.0.0.5) at 02:00:00:00:00:01 [ether] on eth0\n"
+        "? (10.0.0.6) at 02:00:00:00:00:0A [ether] on eth0\n"
+        "? (10.0.0.7) at 02:00:00:00:00:0a [ether] PERM on eth0\n"
+        "? (10.0.0.8) at de:ad:be:ef:00:08\n");
+    const std::vector<DueRow> rows = {
+        {true, false, 3600.5, true, false}, {true, false, 3600, true, true},
+        {true, false, {}, true, true},      {true, true, 4000, true, true},
+        {false, false, {}, true, true},     {false, true, 300.5, true, true},
+        {false, true, 300, false, true},    {false, false, 5, true, true},
+    };
+    // An address reaches ping as one plain argument: no shell reads it, no option is taken from
+    // it, and blanks at its ends (which a BSD command line would have dropped) are gone.
+    const std::string touch = "touch " + network.folder() + "/touched";
+    const std::string evil = "1.2.3.4; " + touch + " $(" + touch + ") `" + touch + "`";
+    std::vector<testsupport::Unit> units = {
+        {10, evil, ""}, {11, "-f", ""}, {12, " \tprinter ", ""}, {13, "my host", ""}};
+    Lines keys = {"10", "11", "12", "13"}, expected = {FakeNetwork::kBroadcastCall};
+    for (const char* argument : {evil.c_str(), "-f", "printer", "my host"}) {
+        expected.push_back(FakeNetwork::probeCall(argument));
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (!rows[i].arp) {
+            units.push_back({static_cast<double>(i), "10.2.0." + std::to_string(i), ""});
+        }
+    }
+    // Waiting for a free ping slot pumps; a deletion handled there must not trip the pass.
+    units.push_back({99, "10.3.0.1", ""});
+    setUnits(unitList(units));
+    server.send(
+        testsupport::multiPacket({{"mcmd", "UnitDeleted"}, {"UnID", "99"}, {"addr", "10.3.0.1"}}));
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const std::string ip = "10.2.0." + std::to_string(i),
+                          mac = "02:00:00:00:02:" + ip.substr(7);
+        auto device = rows[i].arp ? arpHost(ip, mac) : hosts().Value(static_cast<double>(i));
+        device->available = rows[i].available;
+        device->firstScan = false;
+        device->LastGoodPing = device->lastPing = ago(rows[i].ago);
+        if (rows[i].pinged) {
+            expected.push_back(FakeNetwork::probeCall(ip));
+        }
+        if (rows[i].kept) {
+            keys.push_back(rows[i].arp ? mac : std::to_string(i));
+        }
+    }
+    // A group printed with one digit is another key; letter case is not.
+    for (auto [mac, ip] : {std::pair{"02:00:00:00:00:01", "10.0.0.5"},
+                           {"2:0:0:0:0:3", "10.0.0.3"},
+                           {"02:00:00:00:00:03", "10.0.0.4"},
+                           {"02:00:00:00:00:0A", "10.0.0.7"},
+                           {"de:ad:be:ef:00:08", "10.0.0.8"}}) {
+        keys.push_back(mac);
+        expected.push_back(FakeNetwork::probeCall(ip));
+    }
+    Globals::DebugMode = true;
+    Globals::gScanner->DoScan();
+    const auto sent = settle();
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(pings(), expected);
+    Lines remaining;
+    for (const auto& key : hosts().Keys()) {
+        remaining.push_back(key.isString() ? key.stringValue().bytes()
+                                           : std::to_string(static_cast<int>(key.doubleValue())));
+    }
+    std::sort(remaining.begin(), remaining.end());
+    std::sort(keys.begin(), keys.end());
+    EXPECT_EQ(remaining, keys);
+    EXPECT_EQ(hosts().Value("02:00:00:00:00:0A")->MyMacAddress.bytes(), "02:00:00:00:00:0a");
+    EXPECT_FALSE(std::filesystem::exists(network.folder() + "/touched"));
+    // A unit host's ping is announced twice, with two blanks by the sweep and one by the ping;
+    // an OFF is logged for a unit by its record, for an arp host by its hardware address.
+    for (const char* line :
+         {"1 DATA=begin arp scan",
+          "2 DATA=arp line (? (10.0.0.3) at 2:0:0:0:0:3 on eth0) parsed MAC (2:0:0:0:0:3)",
+          "2 DATA=pinging remote host:  10.2.0.4", "2 DATA=pinging remote host: 10.2.0.4",
+          "4 DATA=sending OFF for unit  at address: 10.2.0.5",
+          "4 DATA=sending OFF for address 02:00:00:00:02:3",
+          "2 DATA=pings will no longer be sent to: 10.3.0.1"}) {
+        EXPECT_TRUE(has(sent, std::string("mcmd=WrtL Valu=") + line)) << line;
+    }
+    // Every block of this machine's LANs is asked for, from the fake of the fill tool.
+    const auto blocks = host::LocalNetworks::fillRanges(host::LocalNetworks::current()).size();
+    for (int turn = 0; turn < 200 && network.fillCalls().size() < blocks; ++turn) {
+        host::ConsoleApplication::DoEvents(10);
+    }
+    EXPECT_EQ(network.fillCalls().size(), blocks);
+}
+
+TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) {
+    arpHost("10.0.0.1", "02:00:00:00:00:01")->available = true;
+    arpHost("10.0.0.2", "02:00:00:00:00:02");
+    setUnits(unitList({{1, "10.4.0.1", "Lamp"},
+                       {2, "02:00:00:00:00:01", "Phone"},
+                       {3, "02:00:00:00:00:02", "Tablet"},
+                       {4, "2:0:0:0:0:9", "Unknown"},
+                       {5, "fe80::1", "IPv6"},
+                       {1, "10.4.0.9", "Lamp moved"},
+                       {7, "10.4.0.7", "Radio"}}));
+    const std::string creating =
+        "mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.";
+    EXPECT_EQ(settle(), (Lines{creating + "1", "addr=02:00:00:00:00:01 UpDt=true mcmd=ON",
+                               "addr=02:00:00:00:00:02 UpDt=true mcmd=OFF",
+                               "mcmd=OFF addr=2:0:0:0:0:9 UpDt=true",
+                               "mcmd=OFF addr=fe80::1 UpDt=true", creating + "7"}));
+    ASSERT_EQ(hosts().Count(), 4);
+    const auto lamp = hosts().Value(1.0);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.9");
+    EXPECT_TRUE(lamp->lastPing.IsNil()) << "the sweep pings it, not the list";
+    EXPECT_TRUE(hosts().Value("02:00:00:00:00:01")->available);
+    lamp->available = true;
+    lamp->lastAverageTime = "0.050";
+
+    // A second list merges; only a deletion takes a unit host out.
+    setUnits(unitList({{1, "10.4.0.11", "Lamp"}, {3, "10.4.0.3", "Heater"}}));
+    EXPECT_EQ(settle(), Lines{creating + "3"});
+    EXPECT_EQ(hosts().Value(1.0), lamp);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.11");
+    EXPECT_TRUE(lamp->available);
+    EXPECT_EQ(lamp->lastAverageTime.bytes(), "0.050");
+    EXPECT_TRUE(hosts().HasKey(7.0));
+
+    // A list that cannot be read raises and changes no device: the second unit's record claims
+    // a newer version of the format.
+    std::string data = unitList({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}});
+    data[data.rfind("Mfrq") + 4] = 0x42;
+    EXPECT_THROW(setUnits(data), host::RuntimeException);
+    EXPECT_EQ(hosts().Count(), 5);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.11");
+    // Not a list at all: an empty one, and every device stays.
+    setUnits("no magic here");
+    EXPECT_EQ(Globals::gScanner->ambrelisUnitXML->GetContainerCount("unit"), 0);
+    EXPECT_EQ(hosts().Count(), 5);
+    EXPECT_EQ(settle(), Lines{});
+}
+
+TEST_F(ScanTest, DeletionGoesByTheIdAlone) {
+    setUnits(unitList({{1, "10.4.0.1", "Lamp"}, {2, "10.4.0.2", "Radio"}}));
+    settle();
+    const std::string removed = "mcmd=WrtL Valu=2 DATA=pings will no longer be sent to: ";
+    const std::string unknown = "mcmd=WrtL Valu=4 DATA=a unit with address of: ";
+    const std::vector<std::tuple<const char*, const char*, Lines, bool>> rows = {
+        {"1", "10.9.9.9", {removed + "10.9.9.9"}, true},
+        {"1", "10.4.0.1", {unknown + "10.4.0.1 was not found to remove"}, true},
+        {"2", "02:00:00:00:00:02", {}, true},
+        {"not a number", "x", {unknown + "x was not found to remove"}, true},
+        {"2.0", "10.4.0.2", {removed + "10.4.0.2"}, false},
+    };
+    for (const auto& [id, addr, sent, twoStays] : rows) {
+        Globals::gScanner->unitDeleted(
+            message({{"mcmd", "UnitDeleted"}, {"UnID", id}, {"addr", addr}}));
+        EXPECT_EQ(settle(), sent) << id << " " << addr;
+        EXPECT_EQ(hosts().HasKey(2.0), twoStays) << id;
+    }
+    EXPECT_FALSE(hosts().HasKey(1.0));
+}
+
+}  // namespace
