@@ -42,22 +42,12 @@ protected:
         EXPECT_EQ(host::EventPump::instance().postedCount(), 0u);
     }
 
-    void open(const char* id = "x") {
+    // Opens the link and returns the greeting and the connecting line.
+    std::string connect(const char* id = "x") {
         AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), id);
-        ASSERT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
-        ASSERT_TRUE(server.accept());
-    }
-
-    // Opens the link and swallows the greeting and the connecting line.
-    void connect() {
-        open();
-        pumpAndReceive(50);
-    }
-
-    void startScanner() {
-        connect();
-        Globals::gScanner = host::New<cScanner>();
-        Globals::gScanner->Constructor();
+        EXPECT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
+        EXPECT_TRUE(server.accept());
+        return pumpAndReceive(50);
     }
 
     // Pumps until the server has received at least `count` bytes more, or a second has passed.
