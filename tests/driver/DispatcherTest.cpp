@@ -1,13 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "LinkFixture.h"
-#include "MultiPacketReader.h"
-#include "core/Globals.h"
-#include "scan/cScanner.h"
+#include "DriverFixture.h"
 
 namespace {
 
@@ -21,143 +12,64 @@ std::string control(char command, char flags = 0x40) {
            flags + "0" + command + "03\x00\x00\x00 \r"s;
 }
 
-class DispatcherTest : public LinkFixture {
+class DispatcherTest : public DriverFixture {
 protected:
-    // What the controller got, every message as "WrtL <level> <line>" or its verb.
-    static std::vector<std::string> seenIn(const std::string& received) {
+    // Sends the bytes and a "ping" behind them, and returns the log lines and verbs that came
+    // back up to the answer to that "ping", each as "WrtL <level> <line>" or its verb.
+    std::vector<std::string> exchange(const std::string& bytes, std::string received = "") {
+        server.send(bytes + multiPacket({{"mcmd", "PING"}, {"Valu", "echo me"}}));
         std::vector<std::string> seen;
-        for (const auto& message : testsupport::readControllerStream(received).messages) {
-            const std::string& verb = message.at("mcmd");
-            seen.push_back(verb == "WrtL" ? "WrtL " + message.at("Valu") + " " + message.at("DATA")
-                                          : verb + (message.size() == 1 ? "" : " +keys"));
+        for (int turn = 0; turn < 100 && (seen.empty() || seen.back() != "mcmd=PSrp"); ++turn) {
+            received += pumpAndReceive(1);
+            seen = testsupport::readControllerStream(received).inOrder;
         }
         return seen;
     }
-
-    // Sends the bytes and a "ping" behind them, and returns what came back up to the answer to
-    // that "ping".
-    std::vector<std::string> exchange(const std::string& bytes) {
-        server.send(bytes + multiPacket({{"mcmd", "ping"}}));
-        std::string received;
-        for (int turn = 0; turn < 100; ++turn) {
-            received += pumpAndReceive(1);
-            const auto seen = seenIn(received);
-            if (!seen.empty() && seen.back() == "PSrp") {
-                break;
-            }
-        }
-        return seenIn(received);
-    }
 };
 
-struct Case {
-    const char* name;
-    std::string bytes;
-    std::vector<std::string> seen;  // before the answer to the closing "ping"
-    bool quit;
-    bool debug;
-};
+// Bytes, what comes back before the answer to the closing "ping", and the quit and debug flags.
+using Row = std::tuple<std::string, std::vector<std::string>, bool, bool>;
 
 TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
-    const std::vector<Case> cases = {
+    const std::string quit = "mcmd=WrtL Valu=2 DATA=The Tamsvale isf has been asked to quit. (";
+    const std::string debugWas = "mcmd=WrtL Valu=2 DATA=arp plugin debug mode is now o";
+    const std::vector<Row> rows = {
         // The reader folds the low-battery "Q" into "P" before the dispatcher sees it.
-        {"Q from the wire",
-         control('Q'),
-         {"WrtL 2 The Tamsvale isf has been asked to quit. (2)"},
+        {control('Q'), {quit + "2)"}, true, false},
+        {control('q'), {quit + "1)"}, true, false},
+        {control('D') + control('D'),
+         {"mcmd=WrtL Valu=4 DATA=DEBUG MODE ON", "mcmd=WrtL Valu=4 DATA=DEBUG MODE OFF"},
+         false,
+         false},
+        {control('X'), {}, false, false},
+        {multiPacket({{"mcmd", "close"}}),
+         {"mcmd=WrtL Valu=2 DATA=arp Plugin shutting down..."},
          true,
          false},
-        {"lower-case q",
-         control('q'),
-         {"WrtL 2 The Tamsvale isf has been asked to quit. (1)"},
-         true,
-         false},
-        {"P", control('P'), {"WrtL 2 The Tamsvale isf has been asked to quit. (2)"}, true, false},
-        {"D toggles twice",
-         control('D') + control('D'),
-         {"WrtL 4 DEBUG MODE ON", "WrtL 4 DEBUG MODE OFF"},
-         false,
-         false},
-        {"d once", control('d'), {"WrtL 4 DEBUG MODE ON"}, false, true},
-        {"X does nothing", control('X'), {}, false, false},
-        {"unknown letter", control('Z'), {}, false, false},
-        {"ping in capitals",
-         multiPacket({{"mcmd", "PING"}, {"Valu", "echo me"}}),
-         {"PSrp"},
-         false,
-         false},
-        {"close",
-         multiPacket({{"mcmd", "close"}}),
-         {"WrtL 2 arp Plugin shutting down..."},
-         true,
-         false},
-        {"debug TRUE",
-         multiPacket({{"mcmd", "debug"}, {"Valu", "TRUE"}}),
-         {"WrtL 2 arp plugin debug mode is now on"},
-         false,
-         true},
-        {"debug other word",
-         multiPacket({{"mcmd", "debug"}, {"Valu", "yes"}}),
-         {"WrtL 2 arp plugin debug mode is now off'"},
-         false,
-         false},
-        {"debug without Valu",
-         multiPacket({{"mcmd", "Debug"}}),
-         {"WrtL 2 arp plugin debug mode is now off'"},
-         false,
-         false},
-        {"control letter as verb", multiPacket({{"mcmd", "Q"}}), {}, false, false},
-        {"no mcmd", multiPacket({{"Valu", "true"}}), {}, false, false},
+        {multiPacket({{"mcmd", "debug"}, {"Valu", "TRUE"}}), {debugWas + "n"}, false, true},
+        {multiPacket({{"mcmd", "debug"}, {"Valu", "yes"}}), {debugWas + "ff'"}, false, false},
     };
     connect();
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto [bytes, seen, quits, debug] : rows) {
+        SCOPED_TRACE(bytes);
         Globals::DoQuit = false;
         Globals::DebugMode = false;
-        auto expected = c.seen;
-        expected.push_back("PSrp");
-        EXPECT_EQ(exchange(c.bytes), expected);
-        EXPECT_EQ(Globals::DoQuit, c.quit);
-        EXPECT_EQ(Globals::DebugMode, c.debug);
+        seen.push_back("mcmd=PSrp");
+        EXPECT_EQ(exchange(bytes), seen);
+        EXPECT_EQ(Globals::DoQuit, quits);
+        EXPECT_EQ(Globals::DebugMode, debug);
     }
 }
 
 TEST_F(DispatcherTest, UnanswerableMessagesEndInTheGuardAndTheLinkGoesOn) {
-    const std::vector<std::pair<const char*, std::string>> cases = {
-        {"common message without the control flag", control('D', 0x00)},
-        {"unit list before the scanner", multiPacket({{"mcmd", "setUnits"}, {"DATA", ""}})},
-        {"deletion before the scanner", multiPacket({{"mcmd", "UnitDeleted"}, {"UnID", "7"}})},
-    };
     connect();
-    for (const auto& [name, bytes] : cases) {
-        SCOPED_TRACE(name);
+    for (const std::string& bytes : {control('D', 0x00), multiPacket({{"mcmd", "setUnits"}})}) {
         server.send(bytes);
-        const auto report = seenIn(pumpAndReceive(1));
-        ASSERT_GE(report.size(), 2u);
-        EXPECT_EQ(report.front(), "WrtL 4 An unhandled NilObject Exception was trapped globally.");
-        for (std::size_t i = 1; i < report.size(); ++i) {
-            EXPECT_EQ(report[i].rfind("WrtL 4 ", 0), 0u) << report[i];  // the stack, at level 4
-        }
-        EXPECT_EQ(exchange(""), std::vector<std::string>{"PSrp"});
-        EXPECT_FALSE(Globals::DoQuit);
+        const auto seen = exchange("", pumpAndReceive(1));
+        EXPECT_EQ(seen.front(),
+                  "mcmd=WrtL Valu=4 DATA=An unhandled NilObject Exception was trapped globally.");
+        EXPECT_EQ(seen.back(), "mcmd=PSrp");
     }
-}
-
-TEST_F(DispatcherTest, UnitMessagesReachTheScanner) {
-    struct RecordingScanner : cScanner {
-        std::vector<std::string> calls;
-        void gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>&) override {
-            calls.push_back("units");
-        }
-        void unitDeleted(const host::Ref<cAmbrelisCommand>&) override {
-            calls.push_back("deleted");
-        }
-    };
-    auto scanner = host::New<RecordingScanner>();
-    Globals::gScanner = scanner;
-    connect();
-    exchange(multiPacket({{"mcmd", "setunits"}}) + multiPacket({{"mcmd", "UNITDELETED"}}));
-    EXPECT_EQ(scanner->calls, (std::vector<std::string>{"units", "deleted"}));
-    Globals::gScanner = nullptr;
 }
 
 }  // namespace

@@ -1,0 +1,266 @@
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+
+#include "DriverFixture.h"
+#include "UnitList.h"
+#include "host/LocalNetworks.h"
+#include "wire/cAmbrelisCommand.h"
+
+namespace {
+std::optional<time_t> stoppedClock;
+}  // namespace
+
+// The wall clock as the driver reads it. Stopped, it lets a test put a date exactly at a limit.
+extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
+    if (id == CLOCK_REALTIME && stoppedClock) {
+        *now = {*stoppedClock, 0};
+        return 0;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, id, now));
+}
+
+namespace {
+
+using testsupport::FakeNetwork;
+using testsupport::unitList;
+using Lines = std::vector<std::string>;
+
+const std::string kMac = "a4:5e:60:1:b2:c3", kIp = "10.0.0.5";
+
+class ScanTest : public DriverFixture {
+protected:
+    void SetUp() override {
+        DriverFixture::SetUp();
+        connect();
+        Globals::gScanner = host::New<cScanner>();
+        Globals::gScanner->Constructor();
+        stoppedClock = ::time(nullptr);
+    }
+
+    void TearDown() override {
+        DriverFixture::TearDown();
+        stoppedClock.reset();
+    }
+
+    // The date `seconds` before the stopped clock, or none.
+    static host::Ref<host::Date> ago(std::optional<double> seconds) {
+        return seconds ? host::New<host::Date>(*stoppedClock - *seconds) : nullptr;
+    }
+
+    static host::Ref<cAmbrelisCommand> message(
+        const std::vector<std::pair<const char*, std::string>>& pairs) {
+        auto cmd = host::New<cAmbrelisCommand>();
+        cmd->Constructor();
+        for (const auto& [key, value] : pairs) {
+            cmd->SetMulti(key, host::String(value));
+        }
+        return cmd;
+    }
+
+    void setUnits(const std::string& data) {
+        Globals::gScanner->gotUnitsFromAmbrelis(message({{"mcmd", "setUnits"}, {"DATA", data}}));
+    }
+};
+
+struct PingRow {
+    bool arp, available, firstScan;
+    std::optional<double> lastGoodAgo;
+    const char* answer;
+    Lines sent;
+    bool availableAfter;
+};
+
+TEST_F(ScanTest, EachEndOfAPingDecidesWhatTheControllerIsTold) {
+    const std::string on = "mcmd=ON addr=" + kMac, off = "mcmd=OFF addr=" + kMac;
+    const std::string offIp = "mcmd=OFF addr=" + kIp, upd = " UpDt=true";
+    // The blank before "ping statistics" goes out as part of the address.
+    const std::string report =
+        "mcmd=NoOp UPN0=IP UPV0=" + kIp + "  UPN1=response time UPV1=0.050 addr=";
+    const std::string garbled = "mcmd=NoOp UPN0=IP UPV0=\x01\xff = / addr=";
+    const std::vector<PingRow> rows = {
+        {true, false, true, {}, "up 0.050", {on + upd, report + kMac}, true},
+        {true, false, false, 30, "up 0.050", {on, report + kMac}, true},
+        {true, false, false, {}, "half 0.050", {on, report + kMac}, true},  // one reply of two
+        {false, false, true, {}, "up 0.050", {"mcmd=ON addr=" + kIp + upd, report + kIp}, true},
+        {true, false, false, 5000, "lost", {}, false},
+        {false, false, true, {}, "lost", {offIp + upd}, false},
+        {true, false, true, {}, "unknown", {off + upd}, false},
+        // A unit host gets no grace; an arp host keeps its ON for 1020 s after its last answer.
+        {false, true, false, 10, "lost", {offIp}, false},
+        {true, true, false, 1020.5, "lost", {off}, false},
+        {true, true, false, 1020, "lost", {}, true},
+        {false, true, false, 10, "killed", {offIp}, false},
+        {true, true, false, 10, "garbage", {garbled + kMac}, true},
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(i);
+        const PingRow& row = rows[i];
+        network.answer(kIp, row.answer);
+        auto device = arpHost(kIp, kMac);
+        device->useArpTiming = row.arp;
+        device->available = row.available;
+        device->firstScan = row.firstScan;
+        device->LastGoodPing = ago(row.lastGoodAgo);
+        device->DoPing();
+        EXPECT_EQ(settle(), row.sent);
+        EXPECT_EQ(device->available, row.availableAfter);
+        EXPECT_FALSE(device->firstScan);
+        hosts().Remove(host::String(kMac));
+    }
+}
+
+TEST_F(ScanTest, AGoodPingReportsOnlyWhatChanged) {
+    auto device = arpHost(kIp, kMac);
+    network.answer(kIp, "up 0.050");
+    device->DoPing();
+    settle();
+    device->DoPing();
+    EXPECT_EQ(settle(), Lines{}) << "same average";
+    network.answer(kIp, "up 0.061");
+    device->DoPing();
+    EXPECT_EQ(settle(), Lines{"mcmd=NoOp UPN0=response time UPV0=0.061 addr=" + kMac});
+}
+
+// The pump holds a running device until its end is delivered, so the count comes down.
+TEST_F(ScanTest, SixPingsRunAtOnceAndDroppedDevicesStillEnd) {
+    std::int64_t most = 0;
+    for (int i = 0; i < 8; ++i) {
+        const std::string ip = "10.1.0." + std::to_string(i),
+                          mac = "02:00:00:00:00:0" + std::to_string(i);
+        network.answer(ip, "slow 0.1");
+        arpHost(ip, mac)->DoPing();
+        hosts().Remove(host::String(mac));
+        most = std::max(most, Globals::outstandingPings);
+    }
+    EXPECT_EQ(most, 6);
+    EXPECT_EQ(settle().size(), 16u) << "an ON and a report each";
+}
+
+// An arp host or not, available or not, the time since its last ping and last answer, pinged.
+using DueRow = std::tuple<bool, bool, std::optional<double>, bool>;
+
+TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
+    network.setArpTable(
+        "Address HWtype HWaddress Flags Mask Iface\n"
+        "? (10.0.0.1) at 02:00:00:00:00:01 [ether] on eth0\n"
+        "? (10.0.0.2) at <incomplete> on eth0\n"
+        "? (10.0.0.255) at ff:ff:ff:ff:ff:ff [ether] on eth0\n"
+        "? (10.0.0.3) at 2:0:0:0:0:3 [ether] on eth0\r\n"
+        "? (10.0.0.4) at 02:00:00:00:00:03 [ether] on eth0\n"
+        "? (10.0.0.5) at 02:00:00:00:00:01 [ether] on eth0\n"
+        "? (10.0.0.6) at 02:00:00:00:00:0A [ether] on eth0\n"
+        "? (10.0.0.7) at 02:00:00:00:00:0a [ether] PERM on eth0\n"
+        "? (10.0.0.8) at de:ad:be:ef:00:08\n");
+    const std::vector<DueRow> rows = {
+        {true, false, 3600.5, true}, {true, false, 3600, true}, {true, false, {}, true},
+        {true, true, 4000, true},    {false, false, {}, true},  {false, true, 300.5, true},
+        {false, true, 300, false},   {false, false, 5, true},
+    };
+    // An address reaches ping as one plain argument: no shell reads it, no option is taken from
+    // it, and blanks at its ends (which a BSD command line would have dropped) are gone.
+    const std::string touch = "touch " + network.folder() + "/touched";
+    const std::string evil = "1.2.3.4; " + touch + " $(" + touch + ") `" + touch + "`";
+    std::vector<testsupport::Unit> units = {
+        {10, evil, ""}, {11, "-f", ""}, {12, " \tprinter ", ""}, {13, "my host", ""}};
+    Lines expected = {FakeNetwork::kBroadcastCall};
+    // A group printed with one digit is another key; letter case is not.
+    for (const char* argument : {evil.c_str(), "-f", "printer", "my host", "10.0.0.5", "10.0.0.3",
+                                 "10.0.0.4", "10.0.0.7", "10.0.0.8"}) {
+        expected.push_back(FakeNetwork::probeCall(argument));
+    }
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (!std::get<0>(rows[i])) {
+            units.push_back({static_cast<double>(i), "10.2.0." + std::to_string(i), ""});
+        }
+    }
+    // Waiting for a free ping slot pumps; a deletion handled there must not trip the pass.
+    units.push_back({99, "10.3.0.1", ""});
+    setUnits(unitList(units));
+    server.send(
+        testsupport::multiPacket({{"mcmd", "UnitDeleted"}, {"UnID", "99"}, {"addr", "10.3.0.1"}}));
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const std::string ip = "10.2.0." + std::to_string(i),
+                          mac = "02:00:00:00:02:" + ip.substr(7);
+        const auto [arp, available, since, pinged] = rows[i];
+        auto device = arp ? arpHost(ip, mac) : hosts().Value(static_cast<double>(i));
+        device->available = available;
+        device->firstScan = false;
+        device->LastGoodPing = device->lastPing = ago(since);
+        if (pinged) {
+            expected.push_back(FakeNetwork::probeCall(ip));
+        }
+    }
+    Globals::DebugMode = true;
+    Globals::gScanner->DoScan();
+    settle();
+    auto calls = network.pingCalls();
+    std::sort(calls.begin(), calls.end());  // the pings run side by side
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(calls, expected);
+    // Eight unit hosts, three arp hosts of the rows and five of the table: the silent arp host and
+    // the deleted unit host are gone.
+    EXPECT_EQ(hosts().Count(), 16);
+    EXPECT_FALSE(hosts().HasKey("02:00:00:00:02:0"));
+    EXPECT_FALSE(std::filesystem::exists(network.folder() + "/touched"));
+    // Every block of this machine's LANs is asked for, from the fake of the fill tool.
+    const auto blocks = host::LocalNetworks::fillRanges(host::LocalNetworks::current()).size();
+    for (int turn = 0; turn < 200 && network.fillCalls().size() < blocks; ++turn) {
+        host::ConsoleApplication::DoEvents(10);
+    }
+    EXPECT_EQ(network.fillCalls().size(), blocks);
+}
+
+TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) {
+    arpHost("10.0.0.1", "02:00:00:00:00:01")->available = true;
+    arpHost("10.0.0.2", "02:00:00:00:00:02");
+    setUnits(unitList({{1, "10.4.0.1", ""},
+                       {2, "02:00:00:00:00:01", ""},
+                       {3, "02:00:00:00:00:02", ""},
+                       {4, "2:0:0:0:0:9", ""},
+                       {5, "fe80::1", ""},
+                       {1, "10.4.0.9", ""},
+                       {7, "10.4.0.7", ""}}));
+    const std::string creating =
+        "mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.";
+    EXPECT_EQ(settle(), (Lines{creating + "1", "addr=02:00:00:00:00:01 UpDt=true mcmd=ON",
+                               "addr=02:00:00:00:00:02 UpDt=true mcmd=OFF",
+                               "mcmd=OFF addr=2:0:0:0:0:9 UpDt=true",
+                               "mcmd=OFF addr=fe80::1 UpDt=true", creating + "7"}));
+    ASSERT_EQ(hosts().Count(), 4);
+    const auto lamp = hosts().Value(1.0);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.9");
+    // A second list merges; only a deletion takes a unit host out.
+    setUnits(unitList({{1, "10.4.0.11", ""}, {3, "10.4.0.3", ""}}));
+    EXPECT_EQ(settle(), Lines{creating + "3"});
+    EXPECT_EQ(hosts().Value(1.0), lamp);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.11");
+    EXPECT_TRUE(hosts().HasKey(7.0));
+    // A list that cannot be read raises and changes no device: the second unit's record claims
+    // a newer version of the format.
+    std::string data = unitList({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}});
+    data[data.rfind("Mfrq") + 4] = 0x42;
+    EXPECT_THROW(setUnits(data), host::RuntimeException);
+    EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.11");
+    EXPECT_EQ(settle(), Lines{});
+
+    // A deletion goes by the id alone, and a MAC unit has nothing to delete.
+    const std::string removed = "mcmd=WrtL Valu=2 DATA=pings will no longer be sent to: ";
+    const std::string unknown =
+        "mcmd=WrtL Valu=4 DATA=a unit with address of: 10.4.0.9 was not found to remove";
+    for (auto [id, addr, sent, count] : {std::tuple{"7", "10.9.9.9", removed + "10.9.9.9", 4},
+                                         {"7", "10.4.0.9", unknown, 4},
+                                         {"1", "02:00:00:00:00:02", "", 4},
+                                         {"1.0", "10.4.0.2", removed + "10.4.0.2", 3}}) {
+        Globals::gScanner->unitDeleted(
+            message({{"mcmd", "UnitDeleted"}, {"UnID", id}, {"addr", addr}}));
+        EXPECT_EQ(settle(), sent.empty() ? Lines{} : Lines{sent}) << id << " " << addr;
+        EXPECT_EQ(hosts().Count(), count) << id;
+    }
+}
+
+}  // namespace
