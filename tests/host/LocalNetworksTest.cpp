@@ -2,76 +2,57 @@
 #include <gtest/gtest.h>
 #include <ifaddrs.h>
 #include <net/if.h>
-#include <netinet/in.h>
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "FakeNetwork.h"
 #include "host/ConsoleApplication.h"
-#include "host/LocalNetworks.h"
 #include "host/Ref.h"
-#include "host/Shell.h"
 #include "host/SystemTools.h"
 
 namespace {
 
-using host::LocalNetworks::Lan;
-using host::LocalNetworks::Range;
+using namespace host::LocalNetworks;
+using Texts = std::vector<std::string>;
 
-struct Interface {
-    unsigned flags;
-    const char* address;  // IPv6 when it holds a colon
-    const char* mask;     // none when null
-};
-
-std::uint32_t ipv4(const char* dotted) {
-    in_addr address{};
-    ::inet_pton(AF_INET, dotted, &address);
-    return ntohl(address.s_addr);
+// Each range as "first-last".
+Texts texts(const std::vector<Range>& ranges) {
+    Texts out;
+    for (const Range& range : ranges) {
+        out.push_back(dotted(range.first) + "-" + dotted(range.last));
+    }
+    return out;
 }
 
-// The list getifaddrs() would give for these interfaces.
-class InterfaceList {
-public:
-    explicit InterfaceList(const std::vector<Interface>& interfaces)
-        : entries_(interfaces.size()), addresses_(interfaces.size() * 2) {
-        for (std::size_t i = 0; i < interfaces.size(); ++i) {
-            ifaddrs& entry = entries_[i];
-            entry.ifa_flags = interfaces[i].flags;
-            entry.ifa_addr = store(addresses_[2 * i], interfaces[i].address);
-            entry.ifa_netmask = interfaces[i].mask != nullptr
-                                    ? store(addresses_[2 * i + 1], interfaces[i].mask)
-                                    : nullptr;
-            entry.ifa_next = i + 1 < interfaces.size() ? &entries_[i + 1] : nullptr;
-        }
+// The lans of the list getifaddrs() would give for interfaces of these flags, addresses (IPv6
+// when it holds a colon) and masks (none when null).
+std::vector<Lan> lansOf(const std::vector<std::tuple<unsigned, const char*, const char*>>& rows) {
+    std::vector<ifaddrs> entries(rows.size());
+    std::vector<sockaddr_in6> addresses(rows.size() * 2);
+    auto store = [&](std::size_t k, const char* text) -> sockaddr* {
+        auto* address = reinterpret_cast<sockaddr_in*>(&addresses[k]);
+        address->sin_family = std::strchr(text, ':') ? AF_INET6 : AF_INET;
+        ::inet_pton(address->sin_family, text,
+                    address->sin_family == AF_INET ? static_cast<void*>(&address->sin_addr)
+                                                   : &addresses[k].sin6_addr);
+        return reinterpret_cast<sockaddr*>(address);
+    };
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const auto& [flags, address, mask] = rows[i];
+        entries[i].ifa_flags = flags;
+        entries[i].ifa_addr = store(2 * i, address);
+        entries[i].ifa_netmask = mask != nullptr ? store(2 * i + 1, mask) : nullptr;
+        entries[i].ifa_next = i + 1 < rows.size() ? &entries[i + 1] : nullptr;
     }
-    const ifaddrs* first() const { return entries_.empty() ? nullptr : entries_.data(); }
-
-private:
-    static sockaddr* store(sockaddr_in6& into, const char* text) {
-        auto* address = reinterpret_cast<sockaddr*>(&into);
-        if (std::string(text).find(':') != std::string::npos) {
-            into.sin6_family = AF_INET6;
-            ::inet_pton(AF_INET6, text, &into.sin6_addr);
-        } else {
-            auto* v4 = reinterpret_cast<sockaddr_in*>(&into);
-            v4->sin_family = AF_INET;
-            ::inet_pton(AF_INET, text, &v4->sin_addr);
-        }
-        return address;
-    }
-
-    std::vector<ifaddrs> entries_;
-    std::vector<sockaddr_in6> addresses_;
-};
+    return host::LocalNetworks::lansOf(rows.empty() ? nullptr : entries.data());
+}
 
 TEST(LocalNetworksTest, OnlyLansThatDoArpAreFilledEveryAddressOnceInBlocks) {
     constexpr unsigned kUp = IFF_UP | IFF_BROADCAST;
-    const InterfaceList list({
+    const std::vector<Lan> lans = lansOf({
         {IFF_UP | IFF_LOOPBACK, "127.0.0.1", "255.0.0.0"},
         {kUp, "192.168.1.20", "255.255.255.0"},
         {kUp, "192.168.1.21", "255.255.255.0"},        // the same LAN again
@@ -86,73 +67,53 @@ TEST(LocalNetworksTest, OnlyLansThatDoArpAreFilledEveryAddressOnceInBlocks) {
         {kUp, "10.30.0.1", "255.255.255.254"},
         {kUp, "10.40.0.1", "255.255.255.255"},
     });
-    const std::vector<Lan> lans = host::LocalNetworks::lansOf(list.first());
-    EXPECT_EQ(lans, (std::vector<Lan>{{ipv4("192.168.1.0"), 24},
-                                      {ipv4("10.20.0.0"), 22},
-                                      {ipv4("10.30.0.0"), 31},
-                                      {ipv4("10.40.0.1"), 32}}));
+    EXPECT_EQ(lans, (std::vector<Lan>{
+                        {0xC0A80100, 24}, {0x0A140000, 22}, {0x0A1E0000, 31}, {0x0A280001, 32}}));
     // Neither network nor broadcast address, but both of a /31; nobody beside a /32.
-    EXPECT_EQ(host::LocalNetworks::fillRanges(lans),
-              (std::vector<Range>{{ipv4("192.168.1.1"), ipv4("192.168.1.254")},
-                                  {ipv4("10.20.0.1"), ipv4("10.20.1.0")},
-                                  {ipv4("10.20.1.1"), ipv4("10.20.2.0")},
-                                  {ipv4("10.20.2.1"), ipv4("10.20.3.0")},
-                                  {ipv4("10.20.3.1"), ipv4("10.20.3.254")},
-                                  {ipv4("10.30.0.0"), ipv4("10.30.0.1")}}));
-    EXPECT_TRUE(host::LocalNetworks::lansOf(nullptr).empty());
+    EXPECT_EQ(texts(fillRanges(lans)),
+              (Texts{"192.168.1.1-192.168.1.254", "10.20.0.1-10.20.1.0", "10.20.1.1-10.20.2.0",
+                     "10.20.2.1-10.20.3.0", "10.20.3.1-10.20.3.254", "10.30.0.0-10.30.0.1"}));
+    EXPECT_TRUE(lansOf({}).empty());
 }
 
-class FillTest : public ::testing::Test {
-protected:
-    // Pumps until the fill has no child left; the tool's runs, sorted, as they ran side by side.
-    std::vector<std::string> settle() {
-        for (int turn = 0; turn < 500 && fill->IsRunning(); ++turn) {
-            host::ConsoleApplication::DoEvents(10);
-        }
-        std::vector<std::string> calls = network.fillCalls();
-        std::sort(calls.begin(), calls.end());
-        network.forgetCalls();
-        return calls;
+// The fake fping's runs, sorted, as they ran side by side, once the fill has no child left.
+Texts fill(const testsupport::FakeNetwork& network, host::Shell& shell, std::vector<Lan> lans) {
+    host::SystemTools::fillNeighbours(shell, fillRanges(lans));
+    for (int turn = 0; turn < 500 && shell.IsRunning(); ++turn) {
+        host::ConsoleApplication::DoEvents(10);
     }
+    Texts calls = network.fillCalls();
+    std::sort(calls.begin(), calls.end());
+    network.forgetCalls();
+    return calls;
+}
 
-    static std::string call(const char* interval, const char* first, const char* last) {
-        return std::string("[-q][-r][0][-t][50][-i][") + interval + "][-g][" + first + "][" + last +
-               "]";
-    }
+std::string call(const char* interval, const std::string& range) {
+    const std::size_t dash = range.find('-');
+    return std::string("[-q][-r][0][-t][50][-i][") + interval + "][-g][" + range.substr(0, dash) +
+           "][" + range.substr(dash + 1) + "]";
+}
 
-    void fillLans(const std::vector<Lan>& lans) {
-        host::SystemTools::fillNeighbours(*fill, host::LocalNetworks::fillRanges(lans));
-    }
-
+TEST(FillTest, EveryBlockRunsAtOnceMoreThan768AddressesArePacedAndALateFillIsEnded) {
     testsupport::FakeNetwork network;
-    host::Ref<host::Shell> fill = host::New<host::Shell>();
-};
-
-TEST_F(FillTest, EveryBlockRunsAtOnceAndMoreThan768AddressesArePaced) {
-    fillLans({{ipv4("10.0.0.0"), 23}, {ipv4("10.1.0.0"), 24}});
-    EXPECT_EQ(settle(), (std::vector<std::string>{call("1", "10.0.0.1", "10.0.1.0"),
-                                                  call("1", "10.0.1.1", "10.0.1.254"),
-                                                  call("1", "10.1.0.1", "10.1.0.254")}));
+    auto shell = host::New<host::Shell>();
+    EXPECT_EQ(fill(network, *shell, {{0x0A000000, 23}, {0x0A010000, 24}}),
+              (Texts{call("1", "10.0.0.1-10.0.1.0"), call("1", "10.0.1.1-10.0.1.254"),
+                     call("1", "10.1.0.1-10.1.0.254")}));
     // Four tools at one request every 16 ms are one request every 4 ms.
-    fillLans({{ipv4("10.0.0.0"), 22}});
-    EXPECT_EQ(settle(),
-              (std::vector<std::string>{
-                  call("16", "10.0.0.1", "10.0.1.0"), call("16", "10.0.1.1", "10.0.2.0"),
-                  call("16", "10.0.2.1", "10.0.3.0"), call("16", "10.0.3.1", "10.0.3.254")}));
-    fillLans({});
-    EXPECT_TRUE(settle().empty());
-}
+    EXPECT_EQ(fill(network, *shell, {{0x0A000000, 22}}),
+              (Texts{call("16", "10.0.0.1-10.0.1.0"), call("16", "10.0.1.1-10.0.2.0"),
+                     call("16", "10.0.2.1-10.0.3.0"), call("16", "10.0.3.1-10.0.3.254")}));
+    EXPECT_TRUE(fill(network, *shell, {}).empty());
 
-TEST_F(FillTest, AFillStillRunningAtTheNextIsEnded) {
     std::ofstream(network.folder() + "/fping-sleep") << "30\n";
-    fillLans({{ipv4("10.0.0.0"), 24}});
+    host::SystemTools::fillNeighbours(*shell, fillRanges({{0x0A000000, 24}}));
     for (int turn = 0; turn < 500 && network.fillCalls().empty(); ++turn) {
         host::ConsoleApplication::DoEvents(10);
     }
     std::filesystem::remove(network.folder() + "/fping-sleep");
-    fillLans({{ipv4("192.168.7.0"), 24}});
-    EXPECT_EQ(settle(), (std::vector<std::string>{call("1", "10.0.0.1", "10.0.0.254"),
-                                                  call("1", "192.168.7.1", "192.168.7.254")}));
+    EXPECT_EQ(fill(network, *shell, {{0xC0A80700, 24}}),
+              (Texts{call("1", "10.0.0.1-10.0.0.254"), call("1", "192.168.7.1-192.168.7.254")}));
 }
 
 }  // namespace

@@ -4,19 +4,14 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <new>
 #include <numeric>
 #include <stdexcept>
-#include <string>
 #include <thread>
 
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
 #include "host/ConsoleApplication.h"
 #include "host/EndException.h"
-#include "host/EventPump.h"
 #include "host/ExceptionWrapper.h"
 #include "host/IOException.h"
 #include "host/Shell.h"
@@ -27,33 +22,28 @@ namespace {
 
 using host::EventPump;
 using Names = std::vector<std::string>;
+using End = std::pair<std::int64_t, std::string>;
 using namespace std::chrono_literals;
 
 // Failures inside handlers are recorded; every test must leave the pump empty, no child and no
 // descriptor behind.
 class PumpTest : public ::testing::Test {
 protected:
-    void SetUp() override {
+    PumpTest() {
         host::ExceptionWrapper::setHandler([this](const host::RuntimeException& err) {
-            handled.push_back(err.className());
-            return true;
+            return handled.push_back(err.className()), true;
         });
     }
     void TearDown() override {
         host::ExceptionWrapper::setHandler({});
-        ::close(ready);
-        EXPECT_EQ(handled, Names{});
-        EXPECT_EQ(pump.watchCount(), 0u);
-        EXPECT_EQ(pump.postedCount(), 0u);
-        EXPECT_EQ(testsupport::childProcesses(), 0);
-        EXPECT_EQ(testsupport::openDescriptors(), descriptors);
+        EXPECT_EQ(std::tuple(handled, pump.watchCount(), pump.postedCount(),
+                             testsupport::childProcesses(), testsupport::openDescriptors()),
+                  std::tuple(Names{}, 0ul, 0ul, 0, descriptors));
     }
 
     EventPump& pump = EventPump::instance();
     Names handled;
     const int descriptors = testsupport::openDescriptors();
-    // Readable until read, which no test does: every watch on it is ready.
-    const int ready = ::eventfd(1, EFD_CLOEXEC);
 };
 
 // Short pump calls until `done`, for at most about 10 s.
@@ -64,29 +54,21 @@ bool pumpUntil(const std::function<bool()>& done) {
     return done();
 }
 
-TEST_F(PumpTest, FailingHandlersRunOnlyInsideThePumpAndReachTheInstalledHandler) {
+TEST_F(PumpTest, HandlersFailOnlyInsideThePumpAndPostedTasksWaitForTheNextTurn) {
     // Each reaches the handler as a host exception, an end unseen, and none stops the turn.
-    const std::function<void()> failures[] = {[] { throw host::IOException(); },
-                                              [] { throw std::bad_alloc(); },
-                                              [] { throw std::out_of_range("at"); },
-                                              [] { throw std::runtime_error("x"); },
-                                              [] { throw 42; },
-                                              [] { throw host::EndException(); }};
-    for (const auto& fail : failures) {
+    for (auto fail : {+[] { throw host::IOException(); }, +[] { throw std::out_of_range("at"); },
+                      +[] { throw 42; }, +[] { throw host::EndException(); }}) {
         pump.post(fail);
     }
+    const int ready = ::eventfd(1, EFD_CLOEXEC);  // readable until read: the watch is ready
     auto id = pump.watch(ready, POLLIN, [](short) { throw std::bad_alloc(); });
     EXPECT_EQ(handled, Names{});
     pump.runOnce(0);
     pump.unwatch(id);
-    EXPECT_EQ(handled, (Names{"IOException", "OutOfMemoryException", "OutOfBoundsException",
-                              "RuntimeException", "RuntimeException", "OutOfMemoryException"}));
-    handled.clear();
-}
-
-TEST_F(PumpTest, PostedTasksRunInLaterTurnsOfTheSameDoEvents) {
-    // Each task posts the next, which waits for the next turn but must not wait for the
-    // turn's poll to time out.
+    ::close(ready);
+    EXPECT_EQ(std::exchange(handled, {}), (Names{"IOException", "OutOfBoundsException",
+                                                 "RuntimeException", "OutOfMemoryException"}));
+    // Each task posts the next, which must not wait for the turn's poll to time out.
     std::vector<int> order;
     std::function<void(int)> chain = [&](int n) {
         order.push_back(n);
@@ -102,8 +84,6 @@ TEST_F(PumpTest, PostedTasksRunInLaterTurnsOfTheSameDoEvents) {
     EXPECT_EQ(order, (std::vector<int>{1, 11, 2, 12, 3, 13}));
 }
 
-using End = std::pair<std::int64_t, std::string>;
-
 // Records every completion, also of objects their owner dropped, with what it saw.
 class RecordingShell : public host::Shell {
 public:
@@ -115,13 +95,20 @@ protected:
 
 // Drops the last owner and serves the pump until the shell is gone: an asynchronous one lives on
 // until its last completion. Each turn returns as soon as a completion has been served.
-void finish(std::shared_ptr<RecordingShell>& shell) {
+std::vector<End> finish(std::shared_ptr<RecordingShell>& shell) {
     std::weak_ptr<RecordingShell> watcher = shell;
     shell.reset();
     for (int turn = 0; turn < 1000 && !watcher.expired(); ++turn) {
         EventPump::instance().runOnce(1000);
     }
     std::sort(RecordingShell::ends.begin(), RecordingShell::ends.end());
+    return RecordingShell::ends;
+}
+
+std::shared_ptr<RecordingShell> shellIn(std::int64_t mode) {
+    RecordingShell::ends.clear();
+    auto shell = std::make_shared<RecordingShell>();
+    return shell->Mode = mode, shell;
 }
 
 TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
@@ -139,66 +126,52 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
     for (std::int64_t mode : {0, 1}) {
         for (const auto& [command, parameters, code, result] : cases) {
             SCOPED_TRACE(std::string(command) + ", mode " + std::to_string(mode));
-            RecordingShell::ends.clear();
-            auto shell = std::make_shared<RecordingShell>();
-            shell->Mode = mode;
+            auto shell = shellIn(mode);
             parameters ? shell->Execute(command, parameters) : shell->Execute(command);
             // Never in mode 0; in mode 1 only from inside the pump.
             EXPECT_TRUE(RecordingShell::ends.empty());
             if (mode == 0) {
                 RecordingShell::ends.emplace_back(shell->ErrorCode(), shell->Result().bytes());
             }
-            finish(shell);
-            EXPECT_TRUE(RecordingShell::ends == std::vector{End(code, result)});
+            EXPECT_TRUE(finish(shell) == std::vector{End(code, result)});
         }
     }
 }
 
-TEST_F(PumpTest, ShellCloseKillsAndEveryExecuteCompletesOnce) {
-    RecordingShell::ends.clear();
-    auto closed = std::make_shared<RecordingShell>(), twice = std::make_shared<RecordingShell>();
-    closed->Mode = twice->Mode = 1;
+// Close kills, a wait serves nothing, and every Execute completes once, in the pump.
+TEST_F(PumpTest, ShellCloseAndWaitLeaveEveryCompletionToThePump) {
+    auto closed = shellIn(1), twice = shellIn(1), waited = shellIn(1);
     closed->Execute("sleep 30");
     closed->Close();
     twice->Execute("sleep 0.3; echo a; exit 1");
     twice->Execute("echo b");
     finish(closed);
-    finish(twice);
-    EXPECT_EQ(RecordingShell::ends, (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
+    EXPECT_EQ(finish(twice), (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
+    RecordingShell::ends.clear();
+    waited->Execute("sleep 0.1; exit 4");
+    waited->Execute("exit 5");
+    const auto begun = std::chrono::steady_clock::now();
+    waited->waitWhileRunning(20000);  // returns once both have ended, long before its limit
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
+    EXPECT_TRUE(RecordingShell::ends.empty());
+    waited->Execute("sleep 30");
+    waited->waitWhileRunning(50);
+    EXPECT_TRUE(waited->IsRunning());
+    waited->Close();
+    EXPECT_EQ(finish(waited), (std::vector{End(4, ""), End(5, ""), End(137, "")}));
 
-    auto shell = std::make_shared<RecordingShell>();
+    auto shell = shellIn(0);
     shell->Execute("cat; echo end");  // stdin is empty
     EXPECT_EQ(shell->Result().bytes(), "end\n");
     // Arguments reach the program as they are, with no shell in between.
     shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
     EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
     // Children speak the C locale, whatever ours is, so that what they print can be parsed.
-    ::setenv("LC_ALL", "de_DE.UTF-8", 1);
-    ::setenv("LANGUAGE", "de", 1);
+    ::setenv("LC_ALL", "de_DE.UTF-8", 1), ::setenv("LANGUAGE", "de", 1);
     shell->executeArguments("/bin/sh", {"-c", "echo \"$LC_ALL ${LANGUAGE-unset}\""});
-    ::unsetenv("LC_ALL");
-    ::unsetenv("LANGUAGE");
+    ::unsetenv("LC_ALL"), ::unsetenv("LANGUAGE");
     EXPECT_EQ(shell->Result().bytes(), "C unset\n");
     EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
-}
-
-// The wait serves nothing: the ends come afterwards, in the pump, once each.
-TEST_F(PumpTest, ShellWaitsForItsChildrenUpToItsLimitWithoutDeliveringAnything) {
-    RecordingShell::ends.clear();
-    auto shell = std::make_shared<RecordingShell>();
-    shell->Mode = 1;
-    shell->Execute("sleep 0.1; exit 4");
-    shell->Execute("exit 5");
-    const auto begun = std::chrono::steady_clock::now();
-    shell->waitWhileRunning(20000);
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
-    EXPECT_TRUE(RecordingShell::ends.empty());
-    shell->Execute("sleep 30");
-    shell->waitWhileRunning(50);
-    EXPECT_TRUE(shell->IsRunning());
-    shell->Close();
-    finish(shell);
-    EXPECT_EQ(RecordingShell::ends, (std::vector{End(4, ""), End(5, ""), End(137, "")}));
 }
 
 class RecordingSocket : public host::TCPSocket {
@@ -223,8 +196,8 @@ std::shared_ptr<RecordingSocket> connectTo(std::int64_t port) {
 }
 
 TEST_F(PumpTest, SocketWritesArriveWholeAndInOrderThenPeerCloseRaisesOneError) {
-    testsupport::LoopbackServer server;
     // Every byte value; more than one turn reads and more than one send() takes.
+    testsupport::LoopbackServer server;
     std::string down(3 << 20, '\0'), received;
     std::iota(down.begin(), down.end(), '\0');
     const std::string up = down + down + down;
@@ -254,58 +227,48 @@ TEST_F(PumpTest, SocketWritesArriveWholeAndInOrderThenPeerCloseRaisesOneError) {
 
 // A peer that reads nothing: Write sends what the kernel takes without waiting for a pump, and
 // past the high-water mark the socket stops reading, so the peer's bytes wait in TCP. Once the
-// peer has read everything, the socket reads again, and nothing was lost either way.
-TEST_F(PumpTest, SocketStopsReadingWhileBackedUpAndResumesAfterTheDrain) {
+// peer has read everything, the socket reads again, and nothing was lost either way. Paused again,
+// a peer that goes away is still noticed, once.
+TEST_F(PumpTest, SocketStopsReadingWhileBackedUpResumesAfterTheDrainAndStillSeesTheEnd) {
     testsupport::LoopbackServer server;
     auto socket = connectTo(server.port());
-    ASSERT_TRUE(server.accept());
-    ASSERT_TRUE(pumpUntil([&] { return socket->IsConnected(); }));
+    ASSERT_TRUE(server.accept() && pumpUntil([&] { return socket->IsConnected(); }));
     // More than the kernel's buffers of both ends take.
     const std::string owed(std::size_t{16} << 20, 'o');
-    socket->Write(host::String(owed));
+    // From 64 KiB on, Write sends at once.
+    socket->Write(host::String(owed.substr(0, 64 << 10)));
+    EXPECT_EQ(socket->BytesLeftToSend(), 0);
+    socket->Write(host::String(owed.substr(64 << 10)));
     EXPECT_LT(socket->BytesLeftToSend(), static_cast<std::int64_t>(owed.size()));
     EXPECT_TRUE(socket->IsBackedUp());
     server.send("waits");
     host::ConsoleApplication::DoEvents(100);
     EXPECT_EQ(socket->events, Names{"connected"});
-
     std::string received;
     std::thread peer([&] { received = server.receive(20s, owed.size()); });
     EXPECT_TRUE(
         pumpUntil([&] { return socket->events.size() > 1 && socket->BytesLeftToSend() == 0; }));
     peer.join();
     EXPECT_TRUE(received == owed);
-    EXPECT_EQ(socket->events, (Names{"connected", "data"}));
     EXPECT_EQ(socket->ReadAll().bytes(), "waits");
-    EXPECT_EQ(socket->BytesLeftToSend(), 0);
     EXPECT_FALSE(socket->IsBackedUp());
-    socket->Close();
-}
-
-// Reading paused, a peer that goes away is still noticed, once.
-TEST_F(PumpTest, SocketBackedUpStillNoticesThePeerClosing) {
-    testsupport::LoopbackServer server;
-    auto socket = connectTo(server.port());
-    ASSERT_TRUE(server.accept());
-    ASSERT_TRUE(pumpUntil([&] { return socket->IsConnected(); }));
-    socket->Write(host::String(std::string(std::size_t{16} << 20, 'o')));
+    socket->Write(host::String(owed));
     ASSERT_TRUE(socket->IsBackedUp());
     server.closeClient();  // with our bytes unread, so the link is reset
     EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
     host::ConsoleApplication::DoEvents(20);
-    EXPECT_EQ(socket->events, (Names{"connected", "error " + std::to_string(ECONNRESET)}));
+    EXPECT_EQ(socket->events, (Names{"connected", "data", "error " + std::to_string(ECONNRESET)}));
 }
 
+// A port out of range fails inside Connect itself; its report must still wait for the pump.
 TEST_F(PumpTest, SocketFailureToConnectArrivesOnceInsideThePump) {
-    // A port out of range fails inside Connect itself; its report must still wait.
-    for (auto [port, errorNumber] :
-         {std::pair{testsupport::refusedPort(), ECONNREFUSED}, std::pair{70000, EINVAL}}) {
-        SCOPED_TRACE(port);
+    for (auto [port, error] :
+         {std::pair{testsupport::refusedPort(), ECONNREFUSED}, {70000, EINVAL}}) {
         auto socket = connectTo(port);
         EXPECT_TRUE(socket->events.empty());
         EXPECT_TRUE(pumpUntil([&] { return !socket->events.empty(); }));
         host::ConsoleApplication::DoEvents(20);
-        EXPECT_EQ(socket->events, Names{"error " + std::to_string(errorNumber)});
+        EXPECT_EQ(socket->events, Names{"error " + std::to_string(error)}) << port;
     }
 }
 
