@@ -31,7 +31,8 @@ class PumpTest : public ::testing::Test {
 protected:
     PumpTest() {
         host::ExceptionWrapper::setHandler([this](const host::RuntimeException& err) {
-            return handled.push_back(err.className()), true;
+            handled.push_back(err.className());
+            return true;
         });
     }
     void TearDown() override {
@@ -108,7 +109,8 @@ std::vector<End> finish(std::shared_ptr<RecordingShell>& shell) {
 std::shared_ptr<RecordingShell> shellIn(std::int64_t mode) {
     RecordingShell::ends.clear();
     auto shell = std::make_shared<RecordingShell>();
-    return shell->Mode = mode, shell;
+    shell->Mode = mode;
+    return shell;
 }
 
 TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
@@ -167,9 +169,11 @@ TEST_F(PumpTest, ShellCloseAndWaitLeaveEveryCompletionToThePump) {
     shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
     EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
     // Children speak the C locale, whatever ours is, so that what they print can be parsed.
-    ::setenv("LC_ALL", "de_DE.UTF-8", 1), ::setenv("LANGUAGE", "de", 1);
+    ::setenv("LC_ALL", "de_DE.UTF-8", 1);
+    ::setenv("LANGUAGE", "de", 1);
     shell->executeArguments("/bin/sh", {"-c", "echo \"$LC_ALL ${LANGUAGE-unset}\""});
-    ::unsetenv("LC_ALL"), ::unsetenv("LANGUAGE");
+    ::unsetenv("LC_ALL");
+    ::unsetenv("LANGUAGE");
     EXPECT_EQ(shell->Result().bytes(), "C unset\n");
     EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
 }
