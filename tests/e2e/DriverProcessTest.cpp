@@ -63,9 +63,8 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     // Start delay of up to half a second, the wait of 15, the final second of pumping.
     std::this_thread::sleep_for(15s);
     // Only the two that wait for a link are running still.
-    EXPECT_EQ(std::count_if(processes.begin(), processes.end(),
-                            [](DriverProcess& process) { return !process.waitForExit(0ms); }),
-              2);
+    const auto running = [](DriverProcess& process) { return !process.waitForExit(0ms); };
+    EXPECT_EQ(std::count_if(processes.begin(), processes.end(), running), 2);
     auto process = processes.begin();
     for (const auto& [arguments, status, output] : cases) {
         EXPECT_EQ(process->waitForExit(3s), status) << arguments.size();
@@ -113,6 +112,7 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
 
 // The controller's input of one run: `unit` so many times, then `tail`.
 struct Flood {
+    const char* name;
     std::string unit;
     std::size_t times;
     std::string tail;
@@ -167,10 +167,11 @@ INSTANTIATE_TEST_SUITE_P(Rows, FloodTest,
                          ::testing::Values(
                              // A stalled controller, with more than two turns of reading, so
                              // that the limit of a turn falls inside messages.
-                             Flood{kPing, 30'000'000 / kPing.size(), "", 60},
+                             Flood{"StalledController", kPing, 30'000'000 / kPing.size(), "", 60},
                              // A lone byte.
-                             Flood{"Q", 1, "", 6},
+                             Flood{"LoneByte", "Q", 1, "", 6},
                              // Malformed pairs, with a "ping" behind them.
-                             Flood{"\x01\x02", 1 << 19, kPing, 6}));
+                             Flood{"MalformedPairs", "\x01\x02", 1 << 19, kPing, 6}),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
