@@ -24,7 +24,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using Messages = std::vector<std::string>;
-using testsupport::DriverProcess;
 
 const std::string kPing = testsupport::multiPacket({{"mcmd", "ping"}});
 
@@ -32,7 +31,7 @@ class DriverProcessTest : public ::testing::Test {
 protected:
     testsupport::FakeNetwork network;
     testsupport::LoopbackServer server;
-    std::optional<DriverProcess> driver;
+    std::optional<testsupport::DriverProcess> driver;
 };
 
 // Without a link there is nothing to run: one argument prints the banner, too few end in the
@@ -40,7 +39,6 @@ protected:
 // 15 s. A reader of standard output that has gone away must not kill the driver by signal.
 TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     ASSERT_TRUE(server.fillBacklog());
-    const std::string guard = "An unhandled OutOfBounds Exception was trapped globally.\n";
     const std::string timeout = "Tamsvale: Timeout waiting for answer from Ambrelis\r\n";
     const std::string refused = std::to_string(testsupport::refusedPort());
     const std::string banner =
@@ -50,20 +48,20 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     // The arguments, through a shell for "-c"; the status; the output, or its start if it is 1.
     const std::vector<std::tuple<Messages, int, std::string>> cases = {
         {{"anything"}, 0, banner},
-        {{}, 1, guard},
+        {{}, 1, "An unhandled OutOfBounds Exception was trapped globally.\n"},
         // A refusal does not cut the wait short; a connect that never completes does not block.
         {{"x", "127.0.0.1", refused, "id"}, 0, "\rAmbrelis Pipe Error\r\n" + timeout},
         {{"x", "127.0.0.1", std::to_string(server.port()), "id"}, 0, timeout},
         {{"-c", deadReader, ARP_PRESENCE_PATH}, 0, ""}};
-    std::list<DriverProcess> processes;
+    std::list<testsupport::DriverProcess> processes;
     for (const auto& [arguments, status, output] : cases) {
         processes.emplace_back(
-            arguments, arguments.empty() || arguments[0] != "-c" ? ARP_PRESENCE_PATH : "/bin/bash");
+            arguments, std::ranges::count(arguments, "-c") ? "/bin/bash" : ARP_PRESENCE_PATH);
     }
     // Start delay of up to half a second, the wait of 15, the final second of pumping.
     std::this_thread::sleep_for(15s);
     // Only the two that wait for a link are running still.
-    const auto running = [](DriverProcess& process) { return !process.waitForExit(0ms); };
+    const auto running = [](auto& process) { return !process.waitForExit(0ms); };
     EXPECT_EQ(std::count_if(processes.begin(), processes.end(), running), 2);
     auto process = processes.begin();
     for (const auto& [arguments, status, output] : cases) {

@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "../driver/ScanFixture.h"
+#include "../driver/DriverFixture.h"
 #include "ProcessStats.h"
 #include "UnitList.h"
 
 namespace {
 
-using SoakTest = ScanFixture;
+using SoakTest = DriverFixture;
 
 // Hundreds of sweeps over 50 hosts on a network that never settles: they go off and on in spells
 // and answer at random, offline arp hosts leave the neighbour table sooner or later, the unit
@@ -21,6 +21,9 @@ TEST_F(SoakTest, FiveHundredSweepsLeaveNothingBehind) {
     // Five ways for a ping of a host online to end, and five for one offline.
     static const char* const kAnswers[] = {"up",   "up",   "up",      "half",   "garbage",
                                            "lost", "lost", "unknown", "killed", "lost"};
+    connect();
+    Globals::gScanner = host::New<cScanner>();
+    Globals::gScanner->Constructor();
     std::mt19937 random(20251123);
     const auto chance = [&](double p) { return static_cast<double>(random()) < p * random.max(); };
     std::vector<bool> online(50, true), inTable(10, false);
@@ -50,8 +53,7 @@ TEST_F(SoakTest, FiveHundredSweepsLeaveNothingBehind) {
         // Time passes between sweeps without being waited for.
         const double seconds = 30.0 + static_cast<double>(random() % 31);
         for (const auto& key : hosts().Keys()) {
-            const host::Ref<cDevice> device = hosts().Value(key);
-            for (host::Ref<host::Date>* date : {&device->LastGoodPing, &device->lastPing}) {
+            for (auto* date : {&hosts().Value(key)->LastGoodPing, &hosts().Value(key)->lastPing}) {
                 *date = *date ? host::New<host::Date>((*date)->TotalSeconds() - seconds) : *date;
             }
         }
