@@ -68,7 +68,7 @@ protected:
         const char* path = std::getenv("PATH");
         ASSERT_EQ(std::string(path != nullptr ? path : "").find(FAKE_TOOLS_DIR), std::string::npos)
             << "the fake tools are on PATH";
-        ASSERT_TRUE(network->forgetNeighbours()) << network->lastFailure();
+        ASSERT_EQ(network->forgetNeighbours(), "");
     }
 };
 

@@ -3,38 +3,33 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <stdexcept>
-#include <utility>
 
 namespace {
 
-struct Outcome {
-    int status;
+// Runs a shell script that stops at its first failure. Nothing when it succeeds; else its last
+// two lines of output, the failing command's trace and its complaint.
+std::string failureOf(const std::string& script) {
     std::string output;
-};
-
-Outcome runCapturing(const std::string& command) {
-    std::string output;
-    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+    FILE* pipe = ::popen(("set -ex\n{\n" + script + "} 2>&1").c_str(), "r");
     if (pipe == nullptr) {
-        return {-1, "popen failed"};
+        return "popen failed";
     }
-    std::array<char, 512> buffer;
-    for (std::size_t n; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
-        output.append(buffer.data(), n);
+    for (int c; (c = std::fgetc(pipe)) != EOF;) {
+        output.push_back(static_cast<char>(c));
     }
-    return {::pclose(pipe), output};
+    if (::pclose(pipe) == 0) {
+        return "";
+    }
+    output.erase(output.find_last_not_of('\n') + 1);
+    const std::size_t last = output.rfind('\n');
+    return output.substr(last == std::string::npos ? 0 : output.rfind('\n', last - 1) + 1);
 }
 
 // The first three groups of the addresses of LAN n.
 std::string lanPrefix(int lan) {
     return "10." + std::to_string(99 - lan) + ".0";
-}
-
-std::string bridgeOf(int lan) {
-    return "br" + std::to_string(lan);
 }
 
 }  // namespace
@@ -50,37 +45,75 @@ std::vector<BridgedNetwork::Host> BridgedNetwork::home() {
 std::vector<BridgedNetwork::Host> BridgedNetwork::oneLan(int hosts) {
     std::vector<Host> plan;
     for (int i = 1; i <= hosts; ++i) {
-        const std::string number = std::to_string(i);
-        plan.push_back({i == 1 ? "gateway" : "host" + number, 0, lanPrefix(0) + "." + number,
-                        "02:00:00:00:01:" + std::string(i < 10 ? "0" : "") + number, true});
+        char mac[32];
+        std::snprintf(mac, sizeof mac, "02:00:00:00:01:%02d", i % 100);
+        plan.push_back({i == 1 ? "gateway" : "host" + std::to_string(i), 0,
+                        lanPrefix(0) + "." + std::to_string(i), mac, true});
     }
     return plan;
 }
 
-BridgedNetwork::BridgedNetwork(std::vector<Host> plan) {
-    const std::pair<const char*, const char*> tools[] = {
-        {"ip", "iproute2"}, {"ping", "iputils-ping"}, {"arp", "net-tools"}, {"fping", "fping"}};
-    for (const auto& [tool, package] : tools) {
-        // The driver looks in the system folders too when PATH lacks a tool.
-        if (runCapturing(std::string("PATH=\"$PATH:/usr/sbin:/sbin\"; command -v ") + tool)
-                .status != 0) {
-            whyNot_ = std::string("no `") + tool + "` on this machine (package " + package + ")";
-            return;
-        }
-    }
-    if (::geteuid() != 0) {
+BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan) {
+    // The driver looks in the system folders too when PATH lacks a tool.
+    whyNot_ = failureOf(
+        "PATH=\"$PATH:/usr/sbin:/sbin\"\n"
+        "for tool in ip:iproute2 ping:iputils-ping arp:net-tools fping:fping; do\n"
+        "  command -v ${tool%:*} >/dev/null || { echo no ${tool%:*}, package ${tool#*:}; false; }\n"
+        "done\n");
+    if (whyNot_.empty() && ::geteuid() != 0) {
         whyNot_ =
             "making network namespaces needs root; running as uid " + std::to_string(::geteuid());
+    }
+    if (!whyNot_.empty()) {
         return;
     }
-    if (!build(plan)) {
-        whyNot_ = lastFailure_;
+    const auto ip = [this](const std::string& role) { return "ip -n " + name(role) + " "; };
+    std::string script = "ip netns add " + name("bridge") + "\nip netns add " + name("driver") +
+                         "\n" + ip("driver") + "link set lo up\n";
+    // A veth from `device` in the namespace of `role` to a port of the bridge of `lan`.
+    const auto join = [&](const std::string& role, const std::string& device, int lan,
+                          const std::string& address, const std::string& mac) {
+        const std::string port = role + "-" + device, bridge = "br" + std::to_string(lan);
+        script += "ip link add " + device + " netns " + name(role) +
+                  (mac.empty() ? "" : " address " + mac) + " type veth peer name " + port +
+                  " netns " + name("bridge") + "\n" + ip("bridge") + "link set " + port +
+                  " master " + bridge + " up\n" + ip(role) + "addr add " + address + "/24 dev " +
+                  device + "\n" + ip(role) + "link set " + device + " up\n";
+    };
+    int lans = 0;
+    for (const Host& host : plan) {
+        lans = std::max(lans, host.lan + 1);
+    }
+    for (int lan = 0; lan < lans; ++lan) {
+        const std::string bridge = "br" + std::to_string(lan);
+        script += ip("bridge") + "link add " + bridge + " type bridge\n" + ip("bridge") +
+                  "link set " + bridge + " up\n";
+        join("driver", "eth" + std::to_string(lan), lan, lanPrefix(lan) + ".10", "");
+    }
+    for (const Host& host : plan) {
+        script += "ip netns add " + name(host.role) + "\n";
+        join(host.role, "eth0", host.lan, host.ip, host.mac);
+        if (!host.answersEcho) {
+            script += "ip netns exec " + name(host.role) +
+                      " sh -c 'echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all'\n";
+        }
+    }
+    hosts_ = plan;
+    whyNot_ =
+        failureOf(script + ip("driver") + "route add default via " + host("gateway").ip + "\n");
+    if (!whyNot_.empty()) {
         removeAll();
     }
 }
 
 BridgedNetwork::~BridgedNetwork() {
     removeAll();
+}
+
+void BridgedNetwork::removeAll() {
+    failureOf("for n in $(ip netns list | grep -o '^" + name("") +
+              "[^ ]*'); do ip netns del $n; done\n");
+    hosts_.clear();
 }
 
 const BridgedNetwork::Host& BridgedNetwork::host(const std::string& role) const {
@@ -96,83 +129,14 @@ std::string BridgedNetwork::name(const std::string& role) const {
     return "arptest" + std::to_string(::getpid()) + "-" + role;
 }
 
-std::string BridgedNetwork::ip(const std::string& role) const {
-    return "ip -n " + name(role) + " ";
-}
-
 std::string BridgedNetwork::namespacePath(const std::string& role) const {
     return "/run/netns/" + name(role);
 }
 
-bool BridgedNetwork::run(const std::string& command) {
-    const Outcome outcome = runCapturing(command);
-    if (outcome.status != 0) {
-        lastFailure_ = "`" + command + "` failed: " +
-                       outcome.output.substr(0, outcome.output.find_last_not_of('\n') + 1);
-    }
-    return outcome.status == 0;
-}
-
-bool BridgedNetwork::build(const std::vector<Host>& plan) {
-    for (const char* role : {"bridge", "driver"}) {
-        if (!run("ip netns add " + name(role))) {
-            return false;
-        }
-        made_.push_back(name(role));
-    }
-    if (!run(ip("driver") + "link set lo up")) {
-        return false;
-    }
-    int lans = 0;
-    for (const Host& host : plan) {
-        lans = std::max(lans, host.lan + 1);
-    }
-    for (int lan = 0; lan < lans; ++lan) {
-        if (!run(ip("bridge") + "link add " + bridgeOf(lan) + " type bridge") ||
-            !run(ip("bridge") + "link set " + bridgeOf(lan) + " up") ||
-            !join("driver", "eth" + std::to_string(lan), lan, lanPrefix(lan) + ".10", "")) {
-            return false;
-        }
-    }
-    for (const Host& host : plan) {
-        if (!run("ip netns add " + name(host.role))) {
-            return false;
-        }
-        made_.push_back(name(host.role));
-        if (!join(host.role, "eth0", host.lan, host.ip, host.mac) ||
-            (!host.answersEcho &&
-             !run("ip netns exec " + name(host.role) +
-                  " sh -c 'echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all'"))) {
-            return false;
-        }
-        hosts_.push_back(host);
-    }
-    return run(ip("driver") + "route add default via " + host("gateway").ip);
-}
-
-bool BridgedNetwork::join(const std::string& role, const std::string& device, int lan,
-                          const std::string& address, const std::string& mac) {
-    const std::string port = role + "-" + device;
-    return run("ip link add " + device + " netns " + name(role) +
-               (mac.empty() ? "" : " address " + mac) + " type veth peer name " + port + " netns " +
-               name("bridge")) &&
-           run(ip("bridge") + "link set " + port + " master " + bridgeOf(lan) + " up") &&
-           run(ip(role) + "addr add " + address + "/24 dev " + device) &&
-           run(ip(role) + "link set " + device + " up");
-}
-
-void BridgedNetwork::removeAll() {
-    while (!made_.empty()) {
-        runCapturing("ip netns del " + made_.back());
-        made_.pop_back();
-    }
-    hosts_.clear();
-}
-
-bool BridgedNetwork::forgetNeighbours() {
-    bool done = run(ip("driver") + "neigh flush all");
+std::string BridgedNetwork::forgetNeighbours() const {
+    std::string script = "ip -n " + name("driver") + " neigh flush all\n";
     for (const Host& host : hosts_) {
-        done = run(ip(host.role) + "neigh flush all") && done;
+        script += "ip -n " + name(host.role) + " neigh flush all\n";
     }
-    return done;
+    return failureOf(script);
 }

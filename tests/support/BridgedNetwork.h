@@ -26,35 +26,24 @@ public:
     static std::vector<Host> oneLan(int hosts);
 
     // Builds the network; when that cannot be done, whyNot() says why and nothing is left.
-    explicit BridgedNetwork(std::vector<Host> plan);
+    explicit BridgedNetwork(const std::vector<Host>& plan);
     // Deleting a namespace takes its links with it.
     ~BridgedNetwork();
     BridgedNetwork(const BridgedNetwork&) = delete;
     BridgedNetwork& operator=(const BridgedNetwork&) = delete;
 
     const std::string& whyNot() const { return whyNot_; }
-    // The command that failed last, and what it printed.
-    const std::string& lastFailure() const { return lastFailure_; }
     const std::vector<Host>& hosts() const { return hosts_; }
     const Host& host(const std::string& role) const;
     std::string namespacePath(const std::string& role) const;
-    // Empties every neighbour table, so that what the driver finds it found itself.
-    bool forgetNeighbours();
+    // Empties every neighbour table, so that what the driver finds it found itself. What failed,
+    // or nothing.
+    std::string forgetNeighbours() const;
 
 private:
     std::string name(const std::string& role) const;
-    // "ip -n <namespace of role> "
-    std::string ip(const std::string& role) const;
-    // Runs a command line; on failure records it and its output in lastFailure_.
-    bool run(const std::string& command);
-    bool build(const std::vector<Host>& plan);
-    // A veth from `device` in the namespace of `role` to a port of the bridge of `lan`.
-    bool join(const std::string& role, const std::string& device, int lan,
-              const std::string& address, const std::string& mac);
     void removeAll();
 
     std::vector<Host> hosts_;
-    std::vector<std::string> made_;
     std::string whyNot_;
-    std::string lastFailure_;
 };
