@@ -1,0 +1,254 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "MultiPacketReader.h"
+#include "tools/sim/DriverStream.h"
+#include "tools/sim/Printable.h"
+#include "tools/sim/SimOptions.h"
+#include "tools/sim/TableDisplay.h"
+
+namespace {
+
+using namespace std::string_literals;
+using State = sim::PresenceTable::State;
+constexpr double kPeriod = sim::SweepClock::kPeriodSeconds;
+
+// Every kind of line a units file may hold; the file is called "units" in what is said.
+TEST(UnitListTest, TakesEachGoodLineAndSaysEveryProblemOfEachBadOne) {
+    const std::string file = "/tmp/sim-units-" + std::to_string(::getpid());
+    std::ofstream(file) << "# uniqueid, name, address\n1, Gateway, gw.lan\n\n"
+                        << "  7 ,\tPhone X , 02:FC:3a:11:9E:40 \r\n"
+                        << R"(9, b, 7e-52-52-83-30-8g
+11, d, 7e5252833084.lan
+20, a,b, 10.0.0.20
+0, a, 10.0.0.256
+x, a, 10.0.0
+2.5, a, -c
+9007199254740992, a, my_host
+1, , GW.lan
+21, a,
+22, a, 02:fc:3a:11:9e
+23, a, 7e-52-52-83-30-84
+24, a, 7E52.5283.3084
+25, a, 123456789012
+26, , 10.0.0.26
+26, Laptop, 10.0.0.27
+)";
+    sim::UnitList units;
+    std::string problems;
+    for (const std::string& problem : units.addFile(file)) {
+        problems += std::regex_replace(problem, std::regex(file), "units") + "\n";
+    }
+    ::unlink(file.c_str());
+    EXPECT_EQ(problems, R"(units:7: expected uniqueid, name, address: found 4 fields
+units:8: uniqueid "0" is not a whole number from 1 to 9007199254740991; address "10.0.0.256" is not an IPv4 address
+units:9: uniqueid "x" is not a whole number from 1 to 9007199254740991; address "10.0.0" is not an IPv4 address
+units:10: uniqueid "2.5" is not a whole number from 1 to 9007199254740991; address "-c" is not a host name
+units:11: uniqueid "9007199254740992" is not a whole number from 1 to 9007199254740991; address "my_host" is not a host name
+units:12: name is empty; uniqueid 1 is already used at units:2; address GW.lan is already unit 1 at units:2
+units:13: address is empty
+units:14: address "02:fc:3a:11:9e" is not a hardware address (six two-digit hex groups joined by colons)
+units:15: hardware address "7e-52-52-83-30-84" must be written with colons: 7e:52:52:83:30:84
+units:16: hardware address "7E52.5283.3084" must be written with colons: 7E:52:52:83:30:84
+units:17: hardware address "123456789012" must be written with colons: 12:34:56:78:90:12 (a host name of twelve hex digits needs its domain)
+units:18: name is empty
+units:19: uniqueid 26 is already used at units:18
+)");
+    EXPECT_EQ(units.units().size(), 4u);
+}
+
+// What parse returns, and what it says on an error: all that is wrong, until an unknown option.
+TEST(SimOptionsTest, ReadsEachOptionInBothFormsOrSaysWhatIsWrong) {
+    const std::string e = "error: ambrelis-sim: ";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--port", "1", "--help", "--bogus"}, "help"},
+        {{"--version"}, "version"},
+        {{"--port"}, e + "--port needs a value (see --help)"},
+        {{"--port", "12x"}, e + "--port 12x: not a port number from 0 to 65535"},
+        {{"--for", "0"}, e + "--for 0: not a number of seconds above 0"},
+        {{"--for", "nan"}, e + "--for nan: not a number of seconds above 0"},
+        {{"--log-lines", "0"}, e + "--log-lines 0: not a count from 1 to 1000"},
+        {{"--id", "a\rb"}, e + "--id a\rb: a connection id cannot hold a carriage return"},
+        {{"--unit", "1,a,b", "--unit=1,c,d"},
+         e + "--unit 1,c,d: uniqueid 1 is already used at --unit \"1,a,b\""},
+        {{"--port", "x", "--help"}, e + "--port x: not a port number from 0 to 65535"},
+        {{"--unit", "x,a,b", "--port", "70000", "--units", "/nonexistent/units", "--bogus", "--x"},
+         R"(error: ambrelis-sim: --unit x,a,b: uniqueid "x" is not a whole number from 1 to 9007199254740991
+ambrelis-sim: --port 70000: not a port number from 0 to 65535
+/nonexistent/units: cannot read: No such file or directory
+ambrelis-sim: unknown option --bogus (see --help))"},
+    };
+    for (const auto& [arguments, expected] : cases) {
+        std::string message;
+        const auto outcome = sim::SimOptions().parse(arguments, message);
+        const char* const words[] = {"run", "help", "version", "error: "};
+        EXPECT_EQ(words[static_cast<int>(outcome)] + message, expected);
+    }
+    sim::SimOptions options;
+    std::string message;
+    ASSERT_EQ(options.parse({"--port", "0", "--id=c-9", "--for", "2.5", "--driver", "/x/d",
+                             "--log-lines", "3"},
+                            message),
+              sim::SimOptions::Outcome::Run)
+        << message;
+    EXPECT_EQ(std::tie(options.port, options.connectionId, options.runSeconds, options.driverPath,
+                       options.logLines),
+              std::make_tuple(0, "c-9", 2.5, "/x/d", 3u));
+}
+
+// What the stream cuts from the bytes, an item a word: the greeting, a message's "mcmd", or the
+// start of what was wrong. Deliveries split anywhere, even in a length field; a partial one waits.
+TEST(DriverStreamTest, CutsTheGreetingAndMessagesAndResynchronisesOnBadBytes) {
+    const std::string on = testsupport::multiPacket({{"mcmd", "ON"}, {"addr", "10.0.0.1"}});
+    const std::string log = testsupport::multiPacket({{"mcmd", "WrtL"}, {"DATA", "x\ry"}});
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"ard:sim-1\r" + on + log}, "ard:sim-1|ON|WrtL|"},
+        {{"ard:", "x\r" + on.substr(0, 2), on.substr(2, 5), on.substr(7) + log}, "ard:x|ON|WrtL|"},
+        {{"\r" + on.substr(0, on.size() - 1)}, "|"},
+        {{"\rXY" + on}, "|skipped 2|ON|"},
+        {{"\rJ\x03\x00\x80"s + on}, "|skipped a|skipped 3|ON|"},
+        {{std::string(sim::DriverStream::kMostGreetingBytes, 'a') + on}, "no greeti|skipped 2|ON|"},
+    };
+    for (const auto& [deliveries, expected] : cases) {
+        sim::DriverStream stream;
+        std::string items;
+        for (const std::string& bytes : deliveries) {
+            stream.append(bytes);
+            while (auto item = stream.next()) {
+                items += (item->message ? item->message->GetMulti("mcmd").bytes()
+                                        : item->text.substr(0, 9)) +
+                         "|";
+            }
+        }
+        EXPECT_EQ(items, expected);
+    }
+}
+
+// C1 controls, stray continuation bytes, overlong, surrogate and cut sequences are escaped too.
+TEST(PrintableTest, EscapesWhatCouldSteerTheTerminalAndKeepsText) {
+    EXPECT_EQ(sim::Printable::of("plain 1.2 Küche €"), "plain 1.2 Küche €");
+    EXPECT_EQ(sim::Printable::of("\x1b[2Jx\r\n\t\0\x7f"s), "\\x1b[2Jx\\x0d\\x0a\\x09\\x00\\x7f");
+    EXPECT_EQ(sim::Printable::of("\xc2\x9b[\x80\xff\xc0\xaf\xed\xa0\x80 end\xe2\x82"),
+              "\\xc2\\x9b[\\x80\\xff\\xc0\\xaf\\xed\\xa0\\x80 end\\xe2\\x82");
+}
+
+// The first sweep starts with the unit request; a "begin arp scan" early in a sweep moves its
+// start, a late one starts the next sweep before it was expected. -1: never asked, or none.
+TEST(SweepClockTest, CountsSweepsFromTheUnitRequestAndFollowsTheDriversOwnMark) {
+    const std::tuple<double, double, const char*, double, int, double> cases[] = {
+        {-1, 14, "begin arp scan", 20, 0, -1},
+        {10, 0, "", 10, 1, kPeriod},
+        {10, 0, "", 10 + kPeriod - 0.5, 1, 0.5},
+        {10, 0, "", 10 + 2 * kPeriod + 1, 3, kPeriod - 1},
+        {10, 14, "begin arp scan", 20, 1, 14 + kPeriod - 20},
+        {10, 10 + kPeriod - 3, "begin arp scan", 10 + kPeriod - 2, 2, kPeriod - 1},
+        {10, 30, "begin arp scan ", 30, 1, 10 + kPeriod - 30},
+    };
+    for (const auto& [unitsAt, markAt, mark, at, sweep, nextIn] : cases) {
+        sim::SweepClock clock;
+        if (unitsAt >= 0) {
+            clock.unitsAsked(unitsAt);
+        }
+        clock.logLine(markAt, mark);
+        EXPECT_EQ(clock.sweepAt(at), sweep) << at;
+        EXPECT_NEAR(clock.nextIn(at).value_or(-1), nextIn, 1e-9) << at;
+    }
+}
+
+// Each sweep is told once its pings are over; turns missed are caught up in order.
+TEST(SweepClockTest, TellsEachSweepOnceItsPingsAreOver) {
+    sim::SweepClock clock;
+    clock.unitsAsked(0);
+    const double over = sim::SweepClock::kPingsOverSeconds;
+    EXPECT_EQ(clock.takeSummaries(over - 0.1).size(), 0u);
+    EXPECT_EQ(clock.takeSummaries(over),
+              std::vector<std::string>{"sweep 1: nothing found in the neighbour table"});
+    for (const double at : {kPeriod + 1, kPeriod + 2, 2 * kPeriod + 1}) {
+        clock.reported(at);
+    }
+    EXPECT_EQ(clock.takeSummaries(kPeriod + 1).size(), 0u);
+    EXPECT_EQ(clock.takeSummaries(3 * kPeriod + over),
+              (std::vector<std::string>{"sweep 2: 2 reports", "sweep 3: 1 report",
+                                        "sweep 4: no change reported"}));
+    EXPECT_EQ(clock.sweepsTold(), 4);
+}
+
+// A home LAN as the screen shows it: a unit pinged by address and the hardware row at that
+// address, reported in either letter case; hosts that drop pings; units and a host not reported
+// on yet; more log lines than are kept, one of them long. The log's clock shows as hh:mm:ss.
+TEST(TableDisplayTest, FitsEveryLineToTheTerminalAndSaysWhatEachRowShows) {
+    sim::UnitList units;
+    for (const char* unit : {"1, Router, 10.0.0.1", "2, Küchentür and garage door, 10.0.0.77",
+                             "3, Phone, 02:fc:3a:11:9e:40"}) {
+        ASSERT_EQ(units.addUnit(unit), std::nullopt);
+    }
+    sim::PresenceTable table(units, 2);
+    sim::SweepClock clock;
+    clock.unitsAsked(1);
+    table.setState("10.0.0.1", State::On, 40);
+    table.setResponse("10.0.0.1", "10.0.0.1", "0.364");
+    table.setState("02:fc:aa:bb:cc:dd", State::On, 3);
+    table.setState("02:FC:aa:bb:cc:dd", State::On, 5);
+    table.setResponse("02:fc:AA:bb:cc:dd", "10.0.0.1", "0.5");
+    table.setResponse("02:fc:aa:bb:cc:dd", "", "0.029");
+    table.setState("02:fc:aa:bb:cc:03", State::Off, 3);
+    table.setState("10.0.0.5", State::Off, 3);
+    table.setResponse("02:fc:aa:bb:cc:04", "10.0.0.4", "");
+    for (const char* line : {"dropped", "kept ä", "creating a new ping device for address "}) {
+        table.addLog(line + std::string(75, 'x') + " .example");
+    }
+    const auto screen = [&](std::size_t columns, std::size_t lines, double now) {
+        std::string shown;
+        for (const std::string& line :
+             sim::TableDisplay(table, clock).screen(now, "title\nsweep 1", columns, lines)) {
+            shown +=
+                std::regex_replace(line, std::regex("^\\d\\d:\\d\\d:\\d\\d "), "hh:mm:ss ") + "\n";
+        }
+        return shown;
+    };
+    EXPECT_EQ(screen(80, 24, 12), R"(title
+sweep 1
+
+ADDRESS           NAME              STATE RESPONSE   IP              CHANGED
+10.0.0.1          Router            ON    0.364 ms   10.0.0.1        0s ago
+10.0.0.77         Küchentür and ga… -     first ping at sweep 2, in 22s
+02:fc:3a:11:9e:40 Phone             -     told once the driver has read the un…
+02:fc:aa:bb:cc:dd (Router)          ON    0.029 ms   10.0.0.1        9s ago
+02:fc:aa:bb:cc:03 -                 OFF*                             9s ago
+10.0.0.5          -                 OFF                              9s ago
+02:fc:aa:bb:cc:04 -                 -     looked for in the neighbour table at…
+OFF* by hardware address: not in the neighbour table when the driver looked, or
+no answer to ping (some hosts drop every ping); the driver says ON only once
+that changes.
+
+log (local time):
+hh:mm:ss kept äxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx
+         xxxxxxxxxxx .example
+hh:mm:ss creating a new ping device for address
+         xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx
+         xxxxx .example
+keys: p ping   d debug on/off   D debug (control)   c/q close
+)");
+    // A wider terminal widens the names; rows that do not fit are counted.
+    EXPECT_NE(screen(120, 30, 2 + kPeriod)
+                  .find("garage door" + std::string(33, ' ') + "-     first ping under way\n"),
+              std::string::npos);
+    clock.stop();
+    for (int i = 0; i < 30; ++i) {
+        table.setState("02:fc:aa:bb:cc:" + std::to_string(10 + i), State::On, 5);
+    }
+    const std::string full = screen(80, 24, 12);
+    EXPECT_EQ(std::count(full.begin(), full.end(), '\n'), 24);
+    EXPECT_NE(full.find("\n10.0.0.77         Küchentür and ga… -     no report before close\n"),
+              std::string::npos);
+    EXPECT_NE(full.find("\n... and 29 more rows\n"), std::string::npos);
+}
+
+}  // namespace
