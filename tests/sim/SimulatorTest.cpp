@@ -1,14 +1,19 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <fstream>
 #include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "DriverProcess.h"
+#include "FakeNetwork.h"
 #include "MultiPacketReader.h"
+#include "Tmux.h"
 #include "tools/sim/DriverStream.h"
 #include "tools/sim/Printable.h"
 #include "tools/sim/SimOptions.h"
@@ -16,6 +21,7 @@
 
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 using State = sim::PresenceTable::State;
 constexpr double kPeriod = sim::SweepClock::kPeriodSeconds;
@@ -91,44 +97,30 @@ ambrelis-sim: unknown option --bogus (see --help))"},
         const char* const words[] = {"run", "help", "version", "error: "};
         EXPECT_EQ(words[static_cast<int>(outcome)] + message, expected);
     }
-    sim::SimOptions options;
-    std::string message;
-    ASSERT_EQ(options.parse({"--port", "0", "--id=c-9", "--for", "2.5", "--driver", "/x/d",
-                             "--log-lines", "3"},
-                            message),
-              sim::SimOptions::Outcome::Run)
-        << message;
-    EXPECT_EQ(std::tie(options.port, options.connectionId, options.runSeconds, options.driverPath,
-                       options.logLines),
-              std::make_tuple(0, "c-9", 2.5, "/x/d", 3u));
 }
 
-// What the stream cuts from the bytes, an item a word: the greeting, a message's "mcmd", or the
-// start of what was wrong. Deliveries split anywhere, even in a length field; a partial one waits.
+// What the stream cuts from bytes split anywhere, even in a length field, an item a word: the
+// greeting, a message's "mcmd", or the start of what was wrong before it found its step again.
 TEST(DriverStreamTest, CutsTheGreetingAndMessagesAndResynchronisesOnBadBytes) {
     const std::string on = testsupport::multiPacket({{"mcmd", "ON"}, {"addr", "10.0.0.1"}});
     const std::string log = testsupport::multiPacket({{"mcmd", "WrtL"}, {"DATA", "x\ry"}});
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"ard:sim-1\r" + on + log}, "ard:sim-1|ON|WrtL|"},
-        {{"ard:", "x\r" + on.substr(0, 2), on.substr(2, 5), on.substr(7) + log}, "ard:x|ON|WrtL|"},
-        {{"\r" + on.substr(0, on.size() - 1)}, "|"},
-        {{"\rXY" + on}, "|skipped 2|ON|"},
-        {{"\rJ\x03\x00\x80"s + on}, "|skipped a|skipped 3|ON|"},
-        {{std::string(sim::DriverStream::kMostGreetingBytes, 'a') + on}, "no greeti|skipped 2|ON|"},
-    };
-    for (const auto& [deliveries, expected] : cases) {
+    const std::string noGreeting = std::string(sim::DriverStream::kMostGreetingBytes, 'a') + "\r";
+    std::string items;
+    for (const std::string& start : {"ard:"s, noGreeting}) {
         sim::DriverStream stream;
-        std::string items;
-        for (const std::string& bytes : deliveries) {
+        for (const std::string& bytes : {start, "x\r" + on.substr(0, 2), on.substr(2, 5),
+                                         on.substr(7) + "XYJ\x03\x00\x80"s + log}) {
             stream.append(bytes);
             while (auto item = stream.next()) {
                 items += (item->message ? item->message->GetMulti("mcmd").bytes()
-                                        : item->text.substr(0, 9)) +
+                                        : item->text.substr(0, 11)) +
                          "|";
             }
         }
-        EXPECT_EQ(items, expected);
     }
+    EXPECT_EQ(items,
+              "ard:x|ON|skipped 2 b|skipped a m|skipped 3 b|WrtL|no greeting|skipped 257|skipped 2 "
+              "b|ON|skipped 2 b|skipped a m|skipped 3 b|WrtL|");
 }
 
 // C1 controls, stray continuation bytes, overlong, surrogate and cut sequences are escaped too.
@@ -160,10 +152,7 @@ TEST(SweepClockTest, CountsSweepsFromTheUnitRequestAndFollowsTheDriversOwnMark) 
         EXPECT_EQ(clock.sweepAt(at), sweep) << at;
         EXPECT_NEAR(clock.nextIn(at).value_or(-1), nextIn, 1e-9) << at;
     }
-}
-
-// Each sweep is told once its pings are over; turns missed are caught up in order.
-TEST(SweepClockTest, TellsEachSweepOnceItsPingsAreOver) {
+    // Each sweep is told once its pings are over; turns missed are caught up in order.
     sim::SweepClock clock;
     clock.unitsAsked(0);
     const double over = sim::SweepClock::kPingsOverSeconds;
@@ -249,6 +238,107 @@ keys: p ping   d debug on/off   D debug (control)   c/q close
     EXPECT_NE(full.find("\n10.0.0.77         Küchentür and ga… -     no report before close\n"),
               std::string::npos);
     EXPECT_NE(full.find("\n... and 29 more rows\n"), std::string::npos);
+}
+
+// The simulator on a network of fake tools, with the real driver or a script in its place.
+class SimulatorRunTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        network.setArpTable("? (192.168.5.1) at 02:fc:aa:bb:cc:dd [ether] on eth0\n");
+        network.answer("192.168.5.1", "up 0.364");
+    }
+
+    std::string driver(const std::string& script) const {
+        const std::string path = network.folder() + "/driver";
+        std::ofstream(path) << "#!/bin/bash\n" << script << "\n";
+        ::chmod(path.c_str(), 0755);
+        return path;
+    }
+
+    // Runs it without a terminal, where it writes a line per event, and checks that it ends with
+    // `exitStatus` and leaves no driver behind; a bad argument starts none.
+    static void run(std::vector<std::string> arguments, int exitStatus,
+                    const std::vector<std::string>& lines, bool sigterm = false) {
+        arguments.insert(arguments.end(), {"--port", "0"});
+        testsupport::DriverProcess simulator(arguments, AMBRELIS_SIM_PATH);
+        if (sigterm) {
+            ASSERT_TRUE(simulator.waitForOutput("getUnits", 10s)) << simulator.output();
+            ::kill(simulator.pid(), SIGTERM);
+        }
+        ASSERT_EQ(simulator.waitForExit(15s), exitStatus) << simulator.output();
+        const std::string& output = simulator.output();
+        for (const std::string& line : lines) {
+            EXPECT_NE(output.find(line), std::string::npos) << line << "\nin:\n" << output;
+        }
+        const auto pidAt = output.find("(pid ");
+        ASSERT_EQ(pidAt == std::string::npos, exitStatus == 2) << output;
+        if (pidAt != std::string::npos) {
+            EXPECT_EQ(::kill(std::stoi(output.substr(pidAt + 5)), 0), -1) << "driver still there";
+        }
+    }
+
+    testsupport::FakeNetwork network;
+};
+
+// However a driver ends before it connects, that is a failure.
+TEST_F(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
+    run({"--for", "3", "--id=c-9", "--unit", "1, Router, 02:FC:AA:BB:CC:DD"}, 0,
+        {"s greeting ard:c-9 ok\n", "s getUnits: sent setUnits with 1 units (",
+         "s ON  02:fc:aa:bb:cc:dd  Router  (update)\n",
+         "s NoOp 02:fc:aa:bb:cc:dd  Router  0.364 ms  IP 192.168.5.1\n",
+         "s sent close (--for 3 s are over)\n", "s log: arp Plugin shutting down...\n",
+         "s the driver ended: exit status 0\n"});
+    run({}, 0, {"s sent close (got SIGTERM)\n"}, true);
+    run({"--unit", "1, Router, 10.0.0"}, 2, {});
+    run({"--for", "2", "--driver",
+         driver("exec 3<>/dev/tcp/$2/$3; printf 'ard:x\\r' >&3; sleep 30")},
+        1,
+        {"s wrong greeting: expected \"ard:sim-1\\x0d\", got \"ard:x\\x0d\"\n",
+         "s the driver was still running 5 s after close: killed the driver (killed by signal 9"});
+    run({"--driver", driver("echo about to die; kill -9 $$")}, 1,
+        {"s driver output: about to die\n",
+         "s the driver ended before it connected (killed by signal 9 (Killed)); exit status 1\n"});
+}
+
+// In a terminal of 80 by 24, the smallest it is made for. The driver waits for a go before it
+// starts, so that a key pressed before the link has nowhere to go. Close comes during the first
+// sweep, whose hosts are not all known yet, so the driver gets time to finish a sweep of many.
+TEST_F(SimulatorRunTest, OnAScreenItShowsTheTableTakesKeysAndWaitsForTheDriverToEnd) {
+    if (!testsupport::Tmux::available()) {
+        GTEST_SKIP() << "tmux is not installed";
+    }
+    const std::string go = network.folder() + "/go";
+    const std::string script =
+        "until [ -e " + go + " ]; do sleep 0.1; done; exec " ARP_PRESENCE_PATH " \"$@\"";
+    testsupport::Tmux terminal(AMBRELIS_SIM_PATH
+                                   " --port 0 --unit '1, Router, 192.168.5.1' --driver " +
+                                   driver(script) + "; echo sim-exit=$?; sleep 60",
+                               80, 24);
+    ASSERT_TRUE(terminal.waitFor("waiting for it to connect", 5s));
+    terminal.keys("d");
+    ASSERT_TRUE(terminal.waitFor("no link: nothing sent", 5s));
+    std::ofstream{go};
+    ASSERT_TRUE(terminal.waitFor("(Router)", 10s));
+    auto screen = terminal.screen();
+    ASSERT_GE(screen.size(), 5u);
+    for (const std::string& line : screen) {
+        EXPECT_LT(
+            std::count_if(line.begin(), line.end(), [](char c) { return (c & 0xC0) != 0x80; }), 80)
+            << line;
+    }
+    EXPECT_EQ(screen[0].rfind("ambrelis-sim ", 0), 0u) << screen[0];
+    EXPECT_NE(screen[0].find(", linked  up "), std::string::npos) << screen[0];
+    EXPECT_EQ(screen[1].rfind("sweep 1, next in ", 0), 0u) << screen[1];
+    EXPECT_NE(screen[1].find("debug off"), std::string::npos) << screen[1];
+    EXPECT_EQ(screen[4].substr(0, 63),
+              "192.168.5.1       Router            -     first ping at sweep 2");
+    terminal.keys("q");
+    ASSERT_TRUE(terminal.waitFor("the driver may finish its sweep first; waiting up to 14s", 5s));
+    // The full screen has scrolled by the lines written after it; its status line stays.
+    ASSERT_TRUE(terminal.waitFor("sim-exit=0", 20s));
+    EXPECT_TRUE(terminal.waitFor("the driver ended: exit status 0", 1s));
+    EXPECT_TRUE(
+        terminal.waitFor("192.168.5.1       Router            -     no report before close", 1s));
 }
 
 }  // namespace
