@@ -146,7 +146,7 @@ TEST(TableDisplayTest, FitsEveryLineToTheTerminalAndSaysWhatEachRowShows) {
     table.setState("02:fc:aa:bb:cc:05", State::On, 5);
     table.setState("02:fc:aa:bb:cc:06", State::On, 5);
     table.addLog("dropped");
-    table.addLog("keptä€\x1b[2J\r\n\t\0\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x80 .\xe2\x82"s);
+    table.addLog("kept ä€\x1b[2J\r\n\t\0\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x80.\xe2\x82"s);
     const sim::TableDisplay display(table, clock);
     std::string shown;
     for (const std::string& line : display.screen(12, "title\nsweep 1", 80, 20)) {
@@ -169,7 +169,7 @@ no answer to ping (some hosts drop every ping); the driver says ON only once
 that changes.
 
 log (local time):
-hh:mm:ss keptä€\x1b[2J\x0d\x0a\x09\x00\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x80
+hh:mm:ss kept ä€\x1b[2J\x0d\x0a\x09\x00\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x80
          .\xe2\x82
 keys: p ping   d debug on/off   D debug (control)   c/q close
 )");
