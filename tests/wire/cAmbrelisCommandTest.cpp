@@ -1,12 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <initializer_list>
-#include <string>
-#include <tuple>
-#include <vector>
 
-#include "host/NilObjectException.h"
 #include "wire/cAmbrelisCommand.h"
 
 namespace {
@@ -28,10 +23,11 @@ std::string bytes(std::initializer_list<Piece> pieces) {
     return out;
 }
 
-// ON to house A, unit 4, every other field at the writer's default.
-const std::string kOnA4 = bytes({"X", 16, "a@LX", 0, "0203", 0, 0, 0, " \r"});
+// A command to house A, unit 4, every other field at the writer's default; "2" is ON.
+std::string common(int command = '2', int level = 0) {
+    return bytes({"X", 16, "a@LX", 0, "0", command, "03", level, 0, 0, " \r"});
+}
 const std::string kGetUnits = bytes({"J", 18, 0, 0x80, "mcmd", 8, 0, "getUnits"});
-const std::string kRawData = bytes({1, 0, "\r raw"});
 
 // Read by the reader of its form: "J" leads a multi-packet.
 Cmd received(const std::string& packet) {
@@ -51,30 +47,23 @@ Pairs pairsOf(const Cmd& cmd) {
 }
 
 TEST(CommonMessageTest, WriterFormsStoreTheirDefaults) {
+    const std::string rawData = bytes({1, 0, "\r raw"});
     const std::vector<std::pair<std::function<void(Cmd&)>, std::string>> cases = {
-        {[](Cmd& c) { c.Command = "2", c.Address1 = "0", c.Address2 = "3"; }, kOnA4},
         // Without Address2 the default lands in Address1.
         {[](Cmd& c) { c.Command = "2", c.Address1 = "0", c.level = 7; },
          bytes({"X", 16, "a@LX", 0, "02", 0x80, 7, 0, 0, "  \r"})},
-        {[](Cmd& c) { c.Command = "z", c.Address2 = "2", c.DoubleMeasurement = 1.5; },
-         bytes({"X", 20, "a@LX", 0, "0z", 0x80, "2", 0, 0, 0, 0, 0, 0, 0xF8, 0x3F, "\r"})},
-        {[](Cmd& c) { c.Command = "A", c.level = 9, c.analog0 = "p", c.analog3 = "s"; },
-         bytes({"X", 16, "a@LX", 0, "0A", 0x80, 9, "ps  \r"})},
-        {[](Cmd& c) { c.Command = "X", c.SetRawData(host::String(kRawData)); },
+        {[&](Cmd& c) { c.Command = "X", c.SetRawData(host::String(rawData)); },
          bytes({"X", 18, "a@LX", 0, "0X", 7, 1, 0, "\r raw\r"})},
         {[](Cmd& c) { c.Header = "y", c.TransactionID = 300, c.SetFlag("&h41"), c.param1 = 263; },
          bytes({"y", 16, "a,LXA0", 0x80, 0, 7, 0, "   \r"})}};
-    for (std::size_t row = 0; row < cases.size(); ++row) {
-        SCOPED_TRACE(row);
+    for (const auto& [write, packet] : cases) {
         Cmd cmd;
-        cases[row].first(cmd);
-        const std::string& packet = cases[row].second;
-        EXPECT_EQ(cmd.GetRawCommand().bytes(), packet);
-        EXPECT_EQ(cmd.PacketLength, std::ssize(packet));
-        EXPECT_EQ(cmd.GetRawCommand().bytes(), packet) << "the defaults were not stored";
+        write(cmd);
+        // The defaults are stored, so a second write gives the same bytes.
+        EXPECT_EQ(cmd.GetRawCommand().bytes() + cmd.GetRawCommand().bytes(), packet + packet);
     }
     // The reader keeps one byte of Address2, so raw data is read back from the packet.
-    EXPECT_EQ(received(cases[4].second).GetSendRawData().bytes(), kRawData);
+    EXPECT_EQ(received(cases[1].second).GetSendRawData().bytes(), rawData);
 }
 
 TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
@@ -82,26 +71,22 @@ TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
     static std::int64_t signal = -1;
     const auto saved = Cmd::hooks;
     Cmd::hooks = {[](const Cmd&) { ++errors; }, [](const Cmd&) { ++logs; }, &signal};
-    const std::string error = bytes({"E", 8, "abcde9"});
-    // packet -> accepted, log level, log text; a log level above 4 is already text
+    // The low-battery fold is for the command byte alone: interface Q does not become P.
+    const std::string error = bytes({"E", 8, "abcde9"}), fromQ = common(81).replace(4, 1, "Q");
+    // packet -> accepted, log level, log text; above 4 the level byte is already text
     const std::vector<std::tuple<std::string, bool, std::int64_t, std::string>> cases = {
-        {kOnA4, true, 0, ""},  {"y\3a", true, 0, ""},          {"N", true, 0, ""},
+        {fromQ, true, 0, ""},  {"y\3a", true, 0, ""},          {"N", true, 0, ""},
         {error, false, 0, ""}, {"A\3a", false, 0, ""},         {"Q", false, 0, ""},
         {"", false, 0, ""},    {"L\6\3ab\r", true, 3, "ab\r"}, {"L\5Hey", true, 4, "Hey"},
-        {"L", true, 0, ""}};
+        {"L", true, 0, ""},    {"L\4\4ab", true, 4, "ab"}};
     for (const auto& [packet, accepted, logLevel, text] : cases) {
         Cmd cmd;
         EXPECT_EQ(cmd.InitFromCommonMessage(host::String(packet)), accepted) << packet;
         EXPECT_EQ(std::make_pair(cmd.LogData, cmd.LogMessage.bytes()),
                   std::make_pair(logLevel, text));
     }
-    EXPECT_EQ(std::make_pair(errors, logs), std::make_pair(1, 3));
-    EXPECT_EQ(received(error).GetErrorCodeDescription().bytes(), "Power restored at controller");
-
-    // A packet too short for a field reads it as empty or 0.
-    const Cmd brief = received(bytes({"X", 5, "a", 7, "P"}));
-    EXPECT_EQ(std::make_tuple(brief.TransactionID, signal), std::make_tuple(7, 0));
-    EXPECT_TRUE(brief.Command.empty() && brief.Address2.empty());
+    // Only a packet from interface P carries the signal strength.
+    EXPECT_EQ(std::make_tuple(errors, logs, signal), std::make_tuple(1, 4, -1));
 
     const Cmd analog = received(bytes({"M", 16, "a@PX", 0, "0203", 5, "1A2F"}));
     EXPECT_EQ(std::make_tuple(analog.rawAnalog16, analog.param1, analog.param2, signal),
@@ -109,91 +94,41 @@ TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
     Cmd::hooks = saved;
 }
 
-TEST(CommonMessageTest, ReaderFieldsFoldingAndFlags) {
+// Low-battery forms of a command read as the command; a level byte "L" means no level.
+TEST(CommonMessageTest, ReaderFoldsCommandLevelAndFlags) {
     // command byte, level byte -> command, low battery, level
-    const std::vector<std::tuple<char, char, char, bool, int>> cases = {
+    const std::vector<std::tuple<int, int, int, bool, int>> cases = {
         {5, 0, 4, true, 0},         {85, 0, 84, true, 0}, {1, 0, 0, true, 0},
-        {81, 0, 80, true, 0},       {4, 0, 4, false, 0},  {'2', 'L', '2', false, 0},
+        {'Q', 'L', 'P', true, 0},   {4, 0, 4, false, 0},  {80, 0, 80, false, 0},
         {'2', 'K', '2', false, 'K'}};
-    for (const auto& [command, levelByte, folded, lowBattery, expectedLevel] : cases) {
-        Cmd cmd = received(kOnA4.substr(0, 8) + command + "03" + levelByte + kOnA4.substr(12));
+    for (const auto& [command, levelByte, folded, lowBattery, level] : cases) {
+        Cmd cmd = received(common(command, levelByte));
         EXPECT_EQ(std::make_tuple(cmd.Command.bytes(), cmd.LowBattery, cmd.level),
-                  std::make_tuple(std::string(1, folded), lowBattery, expectedLevel))
-            << int(command);
-        EXPECT_EQ(cmd.GetRawCommand().bytes()[8], folded) << "the received byte is lost";
+                  std::make_tuple(std::string(1, char(folded)), lowBattery, level))
+            << command;
+        EXPECT_EQ(cmd.GetRawCommand().bytes(), common(folded, level));  // what goes back out
     }
-
-    Cmd cmd = received(kOnA4.substr(0, 6) + '\x0E' + kOnA4.substr(7));
-    cmd.SetFlag("&hF6");  // toggles the bits on the wire; the booleans only ever get set
-    EXPECT_EQ(cmd.GetRawCommand().bytes()[6], '\xF8');
-    cmd.SetFlag("&b10000001");
-    EXPECT_EQ(cmd.Flags, 0x79);
-    EXPECT_TRUE(cmd.fDoTransmit && cmd.fCCM && cmd.fAddressOnly && cmd.fCommandOnly &&
-                cmd.fWireless && cmd.fPassThrough && cmd.fStacked);
+    // The flag bits toggle on the wire; the booleans only ever get set.
+    Cmd cmd = received(common().substr(0, 6) + '\x0E' + common().substr(7));
+    EXPECT_TRUE(cmd.fWireless && cmd.fStacked && !cmd.fDoTransmit && !cmd.fCCM);
+    cmd.SetFlag("&hF6");
+    EXPECT_TRUE(cmd.GetRawCommand().bytes()[6] == '\xF8' && cmd.fDoTransmit && cmd.fPassThrough);
 }
 
-TEST(VocabularyTest, HouseUnitCommandAndErrorCodes) {
+TEST(VocabularyTest, HouseAndUnitCodesAndAnUnknownHeader) {
     Cmd cmd;
-    // letter set -> Address1, letter read back; a letter past P is ignored
-    const std::vector<std::tuple<const char*, std::string, std::string>> houses = {
-        {"A", "0", "A"}, {"p", "F", "P"}, {"Q", "F", "P"}, {"c", "2", "C"}};
-    for (const auto& [letter, digit, readBack] : houses) {
-        cmd.SetHouseCode(letter);
-        EXPECT_EQ(cmd.Address1.bytes() + cmd.GetHouseCode().bytes(), digit + readBack) << letter;
+    // letter set -> Address1 and the letter read back; a letter past P is ignored
+    for (auto [letter, read] : Pairs{{"A", "0A"}, {"p", "FP"}, {"Q", "FP"}, {"c", "2C"}}) {
+        cmd.SetHouseCode(host::String(letter));
+        EXPECT_EQ(cmd.Address1.bytes() + cmd.GetHouseCode().bytes(), read) << letter;
     }
-    cmd.Address1 = "\x80";  // the writer's default
-    EXPECT_EQ(cmd.GetHouseCode().bytes(), "A");
     for (const auto& [unit, digits] : Pairs{{"1", "0"}, {"17", "10"}, {"256", "FF"}}) {
         cmd.SetUnitCode(std::stoll(unit));
         EXPECT_EQ(cmd.Address2.bytes() + " " + cmd.GetUnitCode().bytes(), digits + " " + unit);
     }
-
-    // header, control flag, command -> description
-    const std::vector<std::tuple<const char*, bool, std::string, std::string>> commands = {
-        {"X", false, "f", "Status Request"},
-        {"X", false, "", "Safe Condition"},
-        {"X", false, "\x04", "UNKNOWN COMMAND CODE: (\x04) 0x4"},
-        {"X", true, "P", "Ping"},
-        {"X", true, "", "Unknown CCM code"},
-        {"n", false, "`", "pan left"},
-        {"N", false, "", "UNKNOWN Ninja command (0)"}};
-    for (const auto& [header, control, command, text] : commands) {
-        cmd.Header = header, cmd.fCCM = control, cmd.Command = host::String(command);
-        EXPECT_EQ(cmd.GetCommandCodeDescription().bytes(), text) << header << command;
-    }
-    EXPECT_EQ(Cmd().GetErrorCodeDescription().bytes(), "UNKNOWN ERROR CODE: () 0x0");
-}
-
-TEST(DiagnosticsTest, DebugStringAndLogLine) {
-    const std::string packet = bytes({"X", 16, "a", 7, "LX", 0xC8, "0203", 5, 0, 0, " \r"});
-    Cmd fresh;
-    EXPECT_THROW(fresh.DebugString(), host::NilObjectException);
-    fresh.Constructor();
-    Cmd read = received(packet);
-    read.Constructor();
-    const std::string flags = "DoTrans:0  CMM:0  AddressOnly:0  CommandOnly:0  Wireless:0  Pass:0";
-    const std::vector<std::pair<Cmd*, std::vector<std::string>>> cases = {
-        {&fresh,
-         {"Header: UNKNOWN ()", "Packet Length: 0 RealLength: 0", "Version: ", "Transaction ID: 0",
-          "InterfaceType: ", "UnitClass: ", "Code: ", "Command: Safe Condition", "Address: A1",
-          "Level: 0       " + flags, "raw command:()"}},
-        {&read,
-         {"Header: Development (X)", "Packet Length: 16 RealLength: 16", "Version: a",
-          "Transaction ID: 7", "InterfaceType: L", "UnitClass: X", "Code: 0",
-          "Command: Unknown CCM code", "Address: A4",
-          "Level: 5       DoTrans:1  CCM:1  AddressOnly:0  CommandOnly:0  Wireless:1 Pass:0",
-          "raw command:(" + packet + ")"}}};
-    for (const auto& [cmd, lines] : cases) {
-        std::string expected = "Packet Debug: " + cmd->TimeStamp->LongTime().bytes() + " " +
-                               cmd->TimeStamp->ShortDate().bytes() + "\r";
-        for (const std::string& line : lines) {
-            expected += "       " + line + "\r";
-        }
-        EXPECT_EQ(cmd->DebugString().bytes(), expected);
-    }
-    read.fCCM = false;
-    read.fStacked = true;
-    EXPECT_EQ(read.GetLogLine().bytes(), "stacked ON for address A4 (W)");
+    cmd.Constructor();  // the report needs its time stamp; a header it does not know is named so
+    EXPECT_NE(cmd.DebugString().bytes().find("\r       Header: UNKNOWN ()\r"), std::string::npos);
+    EXPECT_EQ(cmd.GetLogLine().bytes(), "Safe Condition for address C256");  // command ""
 }
 
 TEST(MultiPacketTest, WriterPadsKeysAndCutsLengths) {
@@ -212,11 +147,9 @@ TEST(MultiPacketTest, WriterPadsKeysAndCutsLengths) {
         }
         EXPECT_TRUE(cmd.GetRawCommand().bytes() == packet) << pairs[0].first;
     }
-    // A received message has no Header and still writes the multi-packet form.
-    EXPECT_EQ(received(bytes({"J", 4, 0, 0})).GetRawCommand().bytes(), bytes({"J", 4, 0, 0x80}));
 }
 
-TEST(MultiPacketTest, ReaderHonoursTheFlagAndStopsAtTheEnd) {
+TEST(MultiPacketTest, ReaderHonoursTheFlagStopsAtTheEndAndMatchesKeysAsHeld) {
     const std::vector<std::tuple<std::string, bool, Pairs>> cases = {
         {kGetUnits, true, {{"mcmd", "getUnits"}}},
         {bytes({"J", 13, 0, 0, "abcd", 0, 3, "xyz"}), false, {{"abcd", "xyz"}}},
@@ -227,25 +160,19 @@ TEST(MultiPacketTest, ReaderHonoursTheFlagAndStopsAtTheEnd) {
         {bytes({"J", 0, 0, 0x7F}), false, {}},
         {"J", false, {}}};
     for (const auto& [packet, littleEndian, pairs] : cases) {
-        const Cmd cmd = received(packet);
-        EXPECT_EQ(cmd.LittleEndian, littleEndian) << packet;
-        EXPECT_EQ(pairsOf(cmd), pairs) << packet;
-        EXPECT_TRUE(cmd.isMultiPacket && cmd.Header.empty() && !cmd.fCCM);
-        EXPECT_TRUE(cmd.RawCommonCommand.sameBytes(host::String(packet)));
+        Cmd cmd;
+        EXPECT_TRUE(cmd.initFromMultiPacket(host::String(packet)));
+        EXPECT_EQ(std::make_tuple(cmd.LittleEndian, pairsOf(cmd), cmd.isMultiPacket && !cmd.fCCM,
+                                  cmd.RawCommonCommand.bytes()),
+                  std::make_tuple(littleEndian, pairs, true, packet));
     }
-}
-
-TEST(MultiPacketTest, KeysMatchAsHeldAndTheAcknowledgeCopiesOne) {
-    EXPECT_THROW(Cmd().GetMulti("mcmd"), host::NilObjectException);  // no dictionary yet
     Cmd sent;
     sent.SetMulti("IP", "x");
     sent.SetMulti("PkID", "17");
     const Cmd got = received(sent.GetRawCommand().bytes());
     // The sender holds "IP" unpadded, so only the receiver finds it; keys ignore case.
     EXPECT_EQ(sent.GetMulti("IP").bytes() + "|" + got.GetMulti("ip").bytes(), "|x");
-    EXPECT_EQ(got.GetMulti("none").bytes(), "");
     EXPECT_EQ(pairsOf(*got.MakeAck()), (Pairs{{"mcmd", "ACK"}, {"PkID", "17"}}));
-    EXPECT_EQ(pairsOf(*received(kGetUnits).MakeAck()), (Pairs{{"mcmd", "ACK"}, {"PkID", ""}}));
 }
 
 }  // namespace
