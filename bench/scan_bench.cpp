@@ -31,9 +31,8 @@ std::string neighbourTable() {
 // Counts the ON and "NoOp" messages of the stream so far.
 int reportsIn(const std::string& bytes) {
     int reports = 0;
-    for (const auto& message : testsupport::readControllerStream(bytes).messages) {
-        const auto verb = message.find("mcmd");
-        if (verb != message.end() && (verb->second == "ON" || verb->second == "NoOp")) {
+    for (const auto& message : testsupport::readControllerStream(bytes).inOrder) {
+        if (message.starts_with("mcmd=ON ") || message.starts_with("mcmd=NoOp ")) {
             ++reports;
         }
     }

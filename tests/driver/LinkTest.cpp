@@ -89,7 +89,7 @@ TEST_F(LinkTest, QueuedMessagesLeaveBeforeASynchronousChildBlocks) {
     host::New<host::Shell>()->Execute("/bin/true", "");
     const auto view =
         testsupport::readControllerStream(server.receive(std::chrono::milliseconds(0)));
-    EXPECT_EQ(testsupport::logLines(view), Lines{"before the sweep"});
+    EXPECT_EQ(view.inOrder, Lines{"mcmd=WrtL Valu=2 DATA=before the sweep"});
 }
 
 // A control message of the full layout, 16 bytes: "X", which asks for nothing.

@@ -93,15 +93,4 @@ const std::string& DriverProcess::output() {
     return output_;
 }
 
-bool DriverProcess::waitForOutput(const std::string& text, std::chrono::milliseconds limit) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    while (output_.find(text) == std::string::npos) {
-        if (outFd_ < 0 || std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        readAvailable(50);
-    }
-    return true;
-}
-
 }  // namespace testsupport

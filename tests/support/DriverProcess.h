@@ -26,8 +26,6 @@ public:
     std::optional<int> waitForExit(std::chrono::milliseconds limit);
     // Standard output so far (all of it once the child has exited).
     const std::string& output();
-    // Reads output until it contains `text` or the limit passes.
-    bool waitForOutput(const std::string& text, std::chrono::milliseconds limit);
 
 private:
     void readAvailable(int timeoutMs);

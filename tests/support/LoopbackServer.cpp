@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <stdexcept>
 
 namespace testsupport {
 
@@ -32,15 +33,12 @@ sockaddr_in loopbackAddress(int port) {
 
 }  // namespace
 
-LoopbackServer::LoopbackServer(int port) {
+LoopbackServer::LoopbackServer() {
     listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int yes = 1;
-    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in address = loopbackAddress(port);
+    sockaddr_in address = loopbackAddress(0);
     if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(listener_, 4) != 0) {
-        closeListener();
-        return;
+        throw std::runtime_error("cannot listen on loopback");
     }
     socklen_t length = sizeof address;
     ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
@@ -49,14 +47,14 @@ LoopbackServer::LoopbackServer(int port) {
 
 LoopbackServer::~LoopbackServer() {
     closeClient();
-    closeListener();
+    ::close(listener_);
     for (int fd : waiting_) {
         ::close(fd);
     }
 }
 
 bool LoopbackServer::accept(std::chrono::milliseconds limit) {
-    if (listener_ < 0 || !waitReadable(listener_, limit)) {
+    if (!waitReadable(listener_, limit)) {
         return false;
     }
     client_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -104,16 +102,9 @@ void LoopbackServer::closeClient() {
     }
 }
 
-void LoopbackServer::closeListener() {
-    if (listener_ >= 0) {
-        ::close(listener_);
-        listener_ = -1;
-    }
-}
-
 bool LoopbackServer::fillBacklog() {
     // The kernel drops a handshake that finds the queue full, so the last connect hangs.
-    for (int attempt = 0; listener_ >= 0 && attempt < 64; ++attempt) {
+    for (int attempt = 0; attempt < 64; ++attempt) {
         int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         waiting_.push_back(fd);
         sockaddr_in address = loopbackAddress(port_);

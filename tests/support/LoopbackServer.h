@@ -12,13 +12,12 @@ namespace testsupport {
 // a time limit, so a test that expects bytes fails instead of hanging.
 class LoopbackServer {
 public:
-    // Port 0 takes a free port; a busy fixed port leaves ok() false.
-    explicit LoopbackServer(int port = 0);
+    // On a free port.
+    LoopbackServer();
     ~LoopbackServer();
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-    bool ok() const { return listener_ >= 0; }
     int port() const { return port_; }
 
     bool accept(std::chrono::milliseconds limit = std::chrono::seconds(5));
@@ -27,7 +26,6 @@ public:
     // spent limit still takes what is already there.
     std::string receive(std::chrono::milliseconds limit, std::size_t count = SIZE_MAX);
     void closeClient();
-    void closeListener();
     // Fills the queue of connections waiting to be accepted; a further connect then neither
     // completes nor is refused. False if the queue never filled.
     bool fillBacklog();

@@ -39,33 +39,18 @@ ControllerView readControllerStream(const std::string& bytes) {
         if (length < 4 || bytes.size() - at < length) {
             break;
         }
-        std::map<std::string, std::string> message;
         std::string ordered;
-        std::size_t pair = at + 4;
-        while (pair + 6 <= at + length) {
-            std::string key = bytes.substr(pair, 4);
-            std::size_t valueLength = readLE16(bytes, pair + 4);
-            message[key] = bytes.substr(pair + 6, valueLength);
-            ordered += (ordered.empty() ? "" : " ") + key + "=" + message[key];
+        for (std::size_t pair = at + 4; pair + 6 <= at + length;) {
+            const std::size_t valueLength = readLE16(bytes, pair + 4);
+            ordered += (ordered.empty() ? "" : " ") + bytes.substr(pair, 4) + "=" +
+                       bytes.substr(pair + 6, valueLength);
             pair += 6 + valueLength;
         }
-        view.messages.push_back(std::move(message));
         view.inOrder.push_back(std::move(ordered));
         at += length;
     }
     view.rest = bytes.substr(at);
     return view;
-}
-
-std::vector<std::string> logLines(const ControllerView& view) {
-    std::vector<std::string> lines;
-    for (const auto& message : view.messages) {
-        auto verb = message.find("mcmd");
-        if (verb != message.end() && verb->second == "WrtL") {
-            lines.push_back(message.at("DATA"));
-        }
-    }
-    return lines;
 }
 
 }  // namespace testsupport

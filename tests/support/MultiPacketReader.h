@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,8 +10,7 @@ namespace testsupport {
 // decoded independently of the driver's own code so that the two can check each other.
 struct ControllerView {
     std::string greeting;
-    std::vector<std::map<std::string, std::string>> messages;
-    // The same messages with their pairs in wire order, as "key=value key=value".
+    // The messages with their pairs in wire order, as "key=value key=value".
     std::vector<std::string> inOrder;
     std::string rest;  // bytes that do not form a whole message yet
 };
@@ -22,8 +20,5 @@ std::string multiPacket(const std::vector<std::pair<std::string, std::string>>& 
 
 // Splits off a greeting up to its carriage return when the stream starts with "ard:".
 ControllerView readControllerStream(const std::string& bytes);
-
-// The "DATA" of every "WrtL" message, in order.
-std::vector<std::string> logLines(const ControllerView& view);
 
 }  // namespace testsupport

@@ -8,38 +8,21 @@ namespace testsupport {
 
 namespace {
 
-const std::string kAnswer = multiPacket({{"mcmd", "PSrp"}});
 constexpr std::string_view kDropNote = " log lines given up while Ambrelis was not reading them";
 
 }  // namespace
 
 void StreamTally::feed(std::string_view bytes) {
     pending_.append(bytes);
-    std::size_t at = 0;
-    if (!greeted_) {
-        at = pending_.find('\r');
-        if (at == std::string::npos) {
-            return;
-        }
-        greeted_ = true;
-        ++at;
+    ControllerView view = readControllerStream(pending_);
+    pending_ = std::move(view.rest);
+    for (const std::string& message : view.inOrder) {
+        count(message);
     }
-    // Each message is "J" and its 16-bit little-endian length.
-    while (pending_.size() - at >= 3) {
-        const std::size_t length =
-            static_cast<unsigned char>(pending_[at + 1]) |
-            static_cast<std::size_t>(static_cast<unsigned char>(pending_[at + 2])) << 8U;
-        if (length < 4 || pending_.size() - at < length) {
-            break;
-        }
-        count(std::string_view(pending_).substr(at, length));
-        at += length;
-    }
-    pending_.erase(0, at);
 }
 
 void StreamTally::count(std::string_view message) {
-    if (message == kAnswer) {
+    if (message == "mcmd=PSrp") {
         ++answers;
         return;
     }

@@ -21,7 +21,6 @@ private:
     void count(std::string_view message);
 
     std::string pending_;
-    bool greeted_ = false;
 };
 
 }  // namespace testsupport
