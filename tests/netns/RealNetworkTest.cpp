@@ -17,6 +17,7 @@
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
 #include "ReceivedMessages.h"
+#include "RunCommand.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
 #include "host/SystemTools.h"
@@ -37,14 +38,7 @@ double seconds(Clock::duration duration) {
 
 // Output of a command run by the shell, standard error included.
 std::string outputOf(const std::string& command) {
-    std::string output;
-    if (FILE* pipe = ::popen((command + " 2>&1").c_str(), "r")) {
-        for (int c; (c = std::fgetc(pipe)) != EOF;) {
-            output.push_back(static_cast<char>(c));
-        }
-        ::pclose(pipe);
-    }
-    return output;
+    return testsupport::runCommand(command + " 2>&1").output;
 }
 
 // The test's thread enters the driver's namespace first, so that its sockets and children live

@@ -6,22 +6,21 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "RunCommand.h"
+
 namespace {
+
+using testsupport::CommandOutcome;
+using testsupport::runCommand;
 
 // Runs a shell script that stops at its first failure. Nothing when it succeeds; else its last
 // two lines of output, the failing command's trace and its complaint.
 std::string failureOf(const std::string& script) {
-    std::string output;
-    FILE* pipe = ::popen(("set -ex\n{\n" + script + "} 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return "popen failed";
-    }
-    for (int c; (c = std::fgetc(pipe)) != EOF;) {
-        output.push_back(static_cast<char>(c));
-    }
-    if (::pclose(pipe) == 0) {
+    CommandOutcome outcome = runCommand("set -ex\n{\n" + script + "} 2>&1");
+    if (outcome.status == 0) {
         return "";
     }
+    std::string& output = outcome.output;
     output.erase(output.find_last_not_of('\n') + 1);
     const std::size_t last = output.rfind('\n');
     return output.substr(last == std::string::npos ? 0 : output.rfind('\n', last - 1) + 1);

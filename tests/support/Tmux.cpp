@@ -2,13 +2,11 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
+
+#include "RunCommand.h"
 
 namespace testsupport {
 
@@ -36,23 +34,11 @@ Tmux::~Tmux() {
 }
 
 bool Tmux::available() {
-    return std::system("tmux -V >/dev/null 2>&1") == 0;
+    return runCommand("tmux -V >/dev/null 2>&1").status == 0;
 }
 
 std::string Tmux::run(const std::string& arguments) const {
-    const std::string line = "tmux -f /dev/null -L " + socket_ + " " + arguments;
-    FILE* pipe = ::popen(line.c_str(), "r");
-    if (pipe == nullptr) {
-        throw std::runtime_error("cannot run " + line);
-    }
-    std::string out;
-    std::array<char, 4096> buffer{};
-    std::size_t got = 0;
-    while ((got = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) {
-        out.append(buffer.data(), got);
-    }
-    ::pclose(pipe);
-    return out;
+    return runCommand("tmux -f /dev/null -L " + socket_ + " " + arguments).output;
 }
 
 std::vector<std::string> Tmux::screen() const {
