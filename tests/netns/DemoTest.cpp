@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "BridgedNetwork.h"
@@ -14,29 +13,18 @@ using namespace std::chrono_literals;
 
 // The README's demo command as a person runs it, in a terminal of 80 by 24, on a home network
 // of namespaces with the system's own tools.
-class DemoTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (!testsupport::Tmux::available()) {
-            GTEST_SKIP() << "tmux is not installed";
-        }
-        network = std::make_unique<BridgedNetwork>(BridgedNetwork::home());
-        if (!network->whyNot().empty()) {
-            GTEST_SKIP() << "no network of namespaces: " << network->whyNot();
-        }
+TEST(DemoTest, BuildsWhatItRunsAndShowsEveryHostOfTheLan) {
+    if (!testsupport::Tmux::available()) {
+        GTEST_SKIP() << "tmux is not installed";
     }
-
-    std::string demo() const {
-        return "cd " + std::string(ARP_SOURCE_DIR) +
-               " && nsenter --net=" + network->namespacePath("driver") +
-               " scripts/demo.sh; echo demo-exit=$?; sleep 60";
+    const BridgedNetwork network(BridgedNetwork::home());
+    if (!network.whyNot().empty()) {
+        GTEST_SKIP() << "no network of namespaces: " << network.whyNot();
     }
-
-    std::unique_ptr<BridgedNetwork> network;
-};
-
-TEST_F(DemoTest, BuildsWhatItRunsAndShowsEveryHostOfTheLan) {
-    testsupport::Tmux terminal(demo(), 80, 24);
+    testsupport::Tmux terminal(
+        "cd " ARP_SOURCE_DIR " && nsenter --net=" + network.namespacePath("driver") +
+            " scripts/demo.sh; echo demo-exit=$?; sleep 60",
+        80, 24);
     // A first build on a busy machine takes a while; a later one a few seconds.
     ASSERT_TRUE(terminal.waitFor("sweep 1, next in", 280s)) << terminal.screen().front();
     const std::filesystem::path build = std::string(ARP_SOURCE_DIR) + "/build-demo";
@@ -45,7 +33,7 @@ TEST_F(DemoTest, BuildsWhatItRunsAndShowsEveryHostOfTheLan) {
     EXPECT_FALSE(std::filesystem::exists(build / "bench")) << "the demo built the benchmarks";
 
     for (const char* role : {"host1", "host2", "host3"}) {
-        const BridgedNetwork::Host& host = network->host(role);
+        const BridgedNetwork::Host& host = network.host(role);
         EXPECT_TRUE(terminal.waitFor(host.mac, 15s)) << role;
     }
     EXPECT_TRUE(terminal.waitFor("default gateway", 1s));
