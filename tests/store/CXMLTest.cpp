@@ -1,11 +1,17 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sstream>
 
 #include "host/LogChannel.h"
 #include "host/NilObjectException.h"
+#include "host/StackCheck.h"
 #include "host/StackOverflowException.h"
 #include "store/CXML.h"
 
@@ -39,6 +45,15 @@ Ref<CXML> load(const std::string& bytes, const char* name = "") {
     return record;
 }
 
+// What a step returns; -1 when it raises a RuntimeException without a message, -2 with one.
+int attempt(const std::function<int()>& step) {
+    try {
+        return step();
+    } catch (const host::RuntimeException& e) {
+        return e.Message.empty() ? -1 : -2;
+    }
+}
+
 TEST(CXMLStreamTest, WritesAndReadsTheWorkedExampleAndShowsItToPeople) {
     const std::string example = kHeader + value("a", "1") + "O" + field("b") + kHeader + "EE";
     auto record = load(kHeader + value("a", "1"), "the outermost name is not stored");
@@ -60,8 +75,8 @@ TEST(CXMLStreamTest, WritesAndReadsTheWorkedExampleAndShowsItToPeople) {
 }
 
 TEST(CXMLStreamTest, DamagedStreamsKeepWhatWasReadAndRaiseOnlyForAHeader) {
-    const std::string magic = kHeader.substr(0, 4), rest = kHeader.substr(4);
-    const std::string kv = value("k", "v\0"s);
+    const std::string magic = kHeader.substr(0, 4), rest = kHeader.substr(4),
+                      kv = value("k", "v\0"s);
     // bytes -> raises, keys, children, log
     const std::vector<std::tuple<std::string, bool, int, int, Lines>> cases = {
         {"xfrq" + rest + kv, false, 0, 0, {}},  // refused without a word
@@ -75,12 +90,7 @@ TEST(CXMLStreamTest, DamagedStreamsKeepWhatWasReadAndRaiseOnlyForAHeader) {
     for (const auto& [bytes, raises, keys, children, log] : cases) {
         logged.clear();
         auto record = host::New<CXML>();
-        bool raised = false;
-        try {
-            record->loadFromString(String(bytes));
-        } catch (const host::RuntimeException& e) {
-            raised = e.Message.empty();
-        }
+        const bool raised = attempt([&] { return record->loadFromString(String(bytes)), 0; }) == -1;
         EXPECT_EQ(
             std::make_tuple(raised, record->GetKeyCount(), record->Containers().Ubound(), logged),
             std::make_tuple(raises, keys, children, log))
@@ -90,52 +100,59 @@ TEST(CXMLStreamTest, DamagedStreamsKeepWhatWasReadAndRaiseOnlyForAHeader) {
 
 TEST(CXMLStreamTest, NestingBeyondTheStackRaisesInsteadOfCrashing) {
     std::string deep;
-    for (int i = 0; i < 200000; ++i) {
+    auto root = host::New<CXML>();  // built without recursion, too deep for any recursive walk
+    for (auto [at, i] = std::pair{root, 0}; i < 100000; ++i, at = at->GetContainer("", 1)) {
+        at->InsertContainer(host::New<CXML>());
         deep += kHeader + "O" + field("");
     }
-    EXPECT_THROW(load(deep), host::StackOverflowException);
-    // Built without recursion, and it dies without one.
-    auto root = host::New<CXML>();
-    for (auto [at, i] = std::pair{root, 0}; i < 200000; ++i, at = at->GetContainer("", 1)) {
-        at->InsertContainer(host::New<CXML>());
-    }
+    std::function<void()> walks = [&] {
+        EXPECT_THROW(load(deep), host::StackOverflowException);
+        EXPECT_THROW(root->SaveToString(), host::StackOverflowException);
+        EXPECT_THROW(root->Clone(), host::StackOverflowException);
+        EXPECT_THROW(root->getAsDebugData(), host::StackOverflowException);
+        root = nullptr;  // and it dies without one
+    };
+    // On a stack of known size, the safety margin and 512 KiB, so that how deep input must go to
+    // exhaust it does not follow 'ulimit -s'.
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, host::kStackSafetyMargin + 512 * 1024);
+    pthread_t thread;
+    pthread_create(
+        &thread, &attributes,
+        [](void* run) { return (*static_cast<std::function<void()>*>(run))(), run; }, &walks);
+    pthread_join(thread, nullptr);
 }
 
-// Every value is text: typed setters format on the way in, typed getters parse on the way out.
-TEST(CXMLRecordTest, ValuesAreTextParsedOnTheWayOut) {
-    // stored -> integer, unsigned, boolean
-    const std::vector<std::tuple<std::string, std::int64_t, std::uint64_t, bool>> cases = {
-        {"-1", -1, ~0ULL, false},
-        {"TRUE", 0, 0, true},
-        {"1", 1, 1, false},
-        {"en\0aGk="s, 0, 0, false},  // hidden text stays hidden
-        {"9223372036854775808", INT64_MIN, 1ULL << 63, false},
-        {"18446744073709551615", INT64_MIN, 0, false}};  // rounds up to 2^64
-    for (const auto& [stored, integer, unsigned64, boolean] : cases) {
+// Every value is text: typed getters parse it on the way out, and the string getters decode the
+// marked forms. The two-argument one cuts the bracketed form by bytes and gives what it decodes no
+// UTF-8 label.
+TEST(CXMLRecordTest, ValuesAreTextParsedOrDecodedOnTheWayOut) {
+    // stored -> integer, unsigned, boolean, text, labelled by the two-argument getter
+    const std::vector<std::tuple<std::string, std::int64_t, std::uint64_t, bool, std::string, bool>>
+        cases = {{"-1", -1, ~0ULL, false, "-1", true},
+                 {"TRUE", 0, 0, true, "TRUE", true},
+                 {"1", 1, 1, false, "1", true},
+                 {"EN\0aGk="s, 0, 0, false, "hi", false},  // numbers see hidden text as it is
+                 {"en111aGk=en000", 0, 0, false, "hi", false},
+                 {"en111aGk=", 0, 0, false, "en111aGk=", true},
+                 {"9223372036854775808", INT64_MIN, 1ULL << 63, false, "9223372036854775808", true},
+                 {"18446744073709551615", INT64_MIN, 0, false, "18446744073709551615", true}};
+    for (const auto& [stored, integer, unsigned64, boolean, text, labelled] : cases) {
         CXML record;
         record.SetStringValue("k", String(stored));
+        const String one = record.GetStringValue("k"), two = record.GetStringValue("K", "x");
         EXPECT_EQ(std::make_tuple(record.GetIntegerValue("K", 7), record.GetUInt64Value("k"),
-                                  record.getBooleanValue("k", true), record.GetBooleanValue("k")),
-                  std::make_tuple(integer, unsigned64, boolean, boolean))
-            << stored;
+                                  record.getBooleanValue("k", true), record.GetBooleanValue("k"),
+                                  one.bytes() + "|" + two.bytes(), one.encoding(),
+                                  two.encoding() == host::TextEncoding::UTF8),
+                  std::make_tuple(integer, unsigned64, boolean, boolean, text + "|" + text,
+                                  host::TextEncoding::UTF8, labelled))
+            << stored;  // 18446744073709551615 rounds up to 2^64
     }
     EXPECT_EQ(CXML().GetDoubleValue("k", 2.5) + CXML().GetBooleanValue("k"), 2.5);
-    EXPECT_FALSE(CXML().ObjectExists("k"));
-}
-
-// The two-argument getter cuts a marked form by bytes and gives what it decodes no UTF-8 label.
-TEST(CXMLRecordTest, MarkedStringsAreDecodedOnReading) {
-    for (auto [stored, plain, labelled] : {std::tuple{"EN\0aGk="s, "hi", false},
-                                           {"en111aGk=en000"s, "hi", false},
-                                           {"en111aGk="s, "en111aGk=", true}}) {
-        CXML record;
-        record.SetStringValue("s", String(stored));
-        const String one = record.GetStringValue("s"), two = record.GetStringValue("s", "x");
-        EXPECT_EQ(one.bytes() + two.bytes(), plain + std::string(plain));
-        EXPECT_EQ(std::make_pair(one.encoding(), two.encoding() == host::TextEncoding::UTF8),
-                  std::make_pair(host::TextEncoding::UTF8, labelled));
-    }
     EXPECT_EQ(CXML().GetStringValue("k", "d").bytes() + CXML().GetStringValue("k").bytes(), "d");
+    EXPECT_FALSE(CXML().ObjectExists("k"));
 }
 
 // Lookups answer from an index, which every change to children or to a name must retire.
@@ -165,15 +182,47 @@ TEST(CXMLRecordTest, ChildrenByRunningNumberFollowEveryChange) {
     EXPECT_THROW(list->GetContainer("a", 1), host::NilObjectException);    // reaches it
 }
 
-// A save over a file exchanges it for a new one; a load logs instead of raising.
-TEST(CXMLFileTest, SaveReplacesAndLoadLogs) {
+// A save writes beside the old file and exchanges the two, so one that fails at any step says so
+// and leaves the old file whole: a truncated database never takes the place of a good one. A load
+// logs instead of raising.
+TEST(CXMLFileTest, ASaveReplacesTheFileWholeOrChangesNothingAndALoadLogs) {
     char pattern[] = "/tmp/cxml-test-XXXXXX";
-    const std::string dir = mkdtemp(pattern) + "/"s;
-    const auto item = [&](const std::string& name) {
-        return host::New<host::FolderItem>(String(dir + name));
+    const std::string dir = mkdtemp(pattern) + "/"s, longName(254, 'n');
+    const auto item = [&](auto name) { return host::New<host::FolderItem>(String(dir + name)); };
+    const auto read = [&](const std::string& name) {  // "" for what is no readable file
+        return (std::ostringstream() << std::ifstream(dir + name).rdbuf()).str();
     };
-    EXPECT_TRUE(load(kHeader + value("k", "1"))->SaveToFile(item("db")));
-    EXPECT_TRUE(load(kHeader + value("k", "2") + value("j", ""))->SaveToFile(item("db")));
+    const auto small = load(kHeader + value("k", "2") + value("j", "")), large = load(kHeader);
+    large->SetStringValue("k", String(std::string(1 << 20, 'x')));
+    const std::string saved = small->SaveToString().bytes();
+    const Lines noFile = {"4 unable to create disk file due to error. Database remains unchanged."},
+                noSwap = {"4 error swapping files while saving: database remains unchanged 21"};
+    for (const auto& name : {"db"s, "full"s, longName}) {
+        std::ofstream(dir + name) << "old";
+    }
+    std::filesystem::create_directory(dir + "folder");
+    // target, record -> saved (or what it raised), log, content after
+    const std::vector<std::tuple<std::string, Ref<CXML>, int, Lines, std::string>> saves = {
+        {"db", small, 1, {}, saved},           {"new", small, 1, {}, saved},
+        {"full", large, -2, {}, "old"},        // the disk fills up while the new content is written
+        {longName, small, -1, noFile, "old"},  // a legal name, but not with the temporary prefix
+        {"missing/db", small, -1, noFile, ""}, {"folder", small, 0, noSwap, ""}};
+    rlimit normal{};
+    getrlimit(RLIMIT_FSIZE, &normal);
+    const rlimit limited{64 * 1024, normal.rlim_max};
+    const auto previous = signal(SIGXFSZ, SIG_IGN);  // a short write instead of the signal
+    setrlimit(RLIMIT_FSIZE, &limited);
+    for (const auto& [target, record, result, log, content] : saves) {
+        logged.clear();
+        const int got = attempt([&] { return int(record->SaveToFile(item(target))); });
+        EXPECT_EQ(std::make_tuple(got, logged, read(target)), std::make_tuple(result, log, content))
+            << target;
+    }
+    setrlimit(RLIMIT_FSIZE, &normal);
+    signal(SIGXFSZ, previous);
+    // Only the two failed writes leave their temporary files behind.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), {}), 7);
+
     // A child in place of the end tag, whose header is refused.
     std::ofstream(dir + "damaged") << kHeader + value("k", "v") + "O" + field("") + "Mfrq\x42";
     std::ofstream(dir + "text") << "hello";

@@ -15,19 +15,16 @@ struct Piece {
     Piece(const char* chars) : text(chars) {}              // NOLINT
     std::string text;
 };
-std::string bytes(std::initializer_list<Piece> pieces) {
-    std::string out;
-    for (const Piece& piece : pieces) {
-        out += piece.text;
-    }
-    return out;
+template <class... Pieces>
+std::string bytes(Pieces... pieces) {
+    return (std::string() + ... + Piece(pieces).text);
 }
 
 // A command to house A, unit 4, every other field at the writer's default; "2" is ON.
 std::string common(int command = '2', int level = 0) {
-    return bytes({"X", 16, "a@LX", 0, "0", command, "03", level, 0, 0, " \r"});
+    return bytes("X", 16, "a@LX", 0, "0", command, "03", level, 0, 0, " \r");
 }
-const std::string kGetUnits = bytes({"J", 18, 0, 0x80, "mcmd", 8, 0, "getUnits"});
+const std::string kGetUnits = bytes("J", 18, 0, 0x80, "mcmd", 8, 0, "getUnits");
 
 // Read by the reader of its form: "J" leads a multi-packet.
 Cmd received(const std::string& packet) {
@@ -47,15 +44,15 @@ Pairs pairsOf(const Cmd& cmd) {
 }
 
 TEST(CommonMessageTest, WriterFormsStoreTheirDefaults) {
-    const std::string rawData = bytes({1, 0, "\r raw"});
+    const std::string rawData = bytes(1, 0, "\r raw");
     const std::vector<std::pair<std::function<void(Cmd&)>, std::string>> cases = {
         // Without Address2 the default lands in Address1.
         {[](Cmd& c) { c.Command = "2", c.Address1 = "0", c.level = 7; },
-         bytes({"X", 16, "a@LX", 0, "02", 0x80, 7, 0, 0, "  \r"})},
+         bytes("X", 16, "a@LX", 0, "02", 0x80, 7, 0, 0, "  \r")},
         {[&](Cmd& c) { c.Command = "X", c.SetRawData(host::String(rawData)); },
-         bytes({"X", 18, "a@LX", 0, "0X", 7, 1, 0, "\r raw\r"})},
+         bytes("X", 18, "a@LX", 0, "0X", 7, 1, 0, "\r raw\r")},
         {[](Cmd& c) { c.Header = "y", c.TransactionID = 300, c.SetFlag("&h41"), c.param1 = 263; },
-         bytes({"y", 16, "a,LXA0", 0x80, 0, 7, 0, "   \r"})}};
+         bytes("y", 16, "a,LXA0", 0x80, 0, 7, 0, "   \r")}};
     for (const auto& [write, packet] : cases) {
         Cmd cmd;
         write(cmd);
@@ -72,7 +69,7 @@ TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
     const auto saved = Cmd::hooks;
     Cmd::hooks = {[](const Cmd&) { ++errors; }, [](const Cmd&) { ++logs; }, &signal};
     // The low-battery fold is for the command byte alone: interface Q does not become P.
-    const std::string error = bytes({"E", 8, "abcde9"}), fromQ = common(81).replace(4, 1, "Q");
+    const std::string error = bytes("E", 8, "abcde9"), fromQ = common(81).replace(4, 1, "Q");
     // packet -> accepted, log level, log text; above 4 the level byte is already text
     const std::vector<std::tuple<std::string, bool, std::int64_t, std::string>> cases = {
         {fromQ, true, 0, ""},  {"y\3a", true, 0, ""},          {"N", true, 0, ""},
@@ -88,7 +85,7 @@ TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
     // Only a packet from interface P carries the signal strength.
     EXPECT_EQ(std::make_tuple(errors, logs, signal), std::make_tuple(1, 4, -1));
 
-    const Cmd analog = received(bytes({"M", 16, "a@PX", 0, "0203", 5, "1A2F"}));
+    const Cmd analog = received(bytes("M", 16, "a@PX", 0, "0203", 5, "1A2F"));
     EXPECT_EQ(std::make_tuple(analog.rawAnalog16, analog.param1, analog.param2, signal),
               std::make_tuple(0x1A2F, '1', 'A', 'F'));
     Cmd::hooks = saved;
@@ -135,11 +132,11 @@ TEST(MultiPacketTest, WriterPadsKeysAndCutsLengths) {
     const std::string huge(70000, 'd');
     const std::vector<std::pair<Pairs, std::string>> cases = {
         {{{"mcmd", "getUnits"}}, kGetUnits},
-        {{{"IP", "x"}}, bytes({"J", 11, 0, 0x80, "  IP", 1, 0, "x"})},
-        {{{"UPN10", "v"}}, bytes({"J", 11, 0, 0x80, "PN10", 1, 0, "v"})},
-        {{{"DATA", bytes({0, "\r"})}, {"addr", ""}},
-         bytes({"J", 18, 0, 0x80, "DATA", 2, 0, 0, "\raddr", 0, 0})},
-        {{{"DATA", huge}}, bytes({"J", 0x7A, 0x11, 0x80, "DATA", 0x70, 0x11}) + huge}};
+        {{{"IP", "x"}}, bytes("J", 11, 0, 0x80, "  IP", 1, 0, "x")},
+        {{{"UPN10", "v"}}, bytes("J", 11, 0, 0x80, "PN10", 1, 0, "v")},
+        {{{"DATA", bytes(0, "\r")}, {"addr", ""}},
+         bytes("J", 18, 0, 0x80, "DATA", 2, 0, 0, "\raddr", 0, 0)},
+        {{{"DATA", huge}}, bytes("J", 0x7A, 0x11, 0x80, "DATA", 0x70, 0x11) + huge}};
     for (const auto& [pairs, packet] : cases) {
         Cmd cmd;
         for (const auto& [key, value] : pairs) {
@@ -152,12 +149,12 @@ TEST(MultiPacketTest, WriterPadsKeysAndCutsLengths) {
 TEST(MultiPacketTest, ReaderHonoursTheFlagStopsAtTheEndAndMatchesKeysAsHeld) {
     const std::vector<std::tuple<std::string, bool, Pairs>> cases = {
         {kGetUnits, true, {{"mcmd", "getUnits"}}},
-        {bytes({"J", 13, 0, 0, "abcd", 0, 3, "xyz"}), false, {{"abcd", "xyz"}}},
-        {bytes({"J", 13, 0, 0x80, "abcd", 0, 3, "xyzw"}), true, {{"abcd", "xyzw"}}},  // 768
-        {bytes({"J", 13, 0, 0x81, "abcd", 3, 0, "xyzw"}), true, {{"abcd", "xyz"}, {"w", ""}}},
-        {bytes({"J", 0, 0, 0xFF, "abcd", 1, 0, "xABCD", 1, 0, "y"}), true, {{"abcd", "y"}}},
-        {bytes({"J", 0, 0, 0x80, "abcd", 5}), true, {{"abcd", ""}}},
-        {bytes({"J", 0, 0, 0x7F}), false, {}},
+        {bytes("J", 13, 0, 0, "abcd", 0, 3, "xyz"), false, {{"abcd", "xyz"}}},
+        {bytes("J", 13, 0, 0x80, "abcd", 0, 3, "xyzw"), true, {{"abcd", "xyzw"}}},  // 768
+        {bytes("J", 13, 0, 0x81, "abcd", 3, 0, "xyzw"), true, {{"abcd", "xyz"}, {"w", ""}}},
+        {bytes("J", 0, 0, 0xFF, "abcd", 1, 0, "xABCD", 1, 0, "y"), true, {{"abcd", "y"}}},
+        {bytes("J", 0, 0, 0x80, "abcd", 5), true, {{"abcd", ""}}},
+        {bytes("J", 0, 0, 0x7F), false, {}},
         {"J", false, {}}};
     for (const auto& [packet, littleEndian, pairs] : cases) {
         Cmd cmd;
