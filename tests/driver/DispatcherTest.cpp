@@ -5,20 +5,13 @@ namespace {
 using namespace std::string_literals;
 using testsupport::multiPacket;
 
-// A control message from the controller: full layout, flag byte as given.
-std::string control(char command, char flags = 0x40) {
-    return "X\x10"
-           "a\x40LX"s +
-           flags + "0" + command + "03\x00\x00\x00 \r"s;
-}
-
 class DispatcherTest : public DriverFixture {
 protected:
     // Sends the bytes and a "ping" behind them, and returns the log lines and verbs that came
     // back up to the answer to that "ping", each as "WrtL <level> <line>" or its verb.
-    std::vector<std::string> exchange(const std::string& bytes, std::string received = "") {
+    Lines exchange(const std::string& bytes, std::string received = "") {
         server.send(bytes + multiPacket({{"mcmd", "PING"}, {"Valu", "echo me"}}));
-        std::vector<std::string> seen;
+        Lines seen;
         for (int turn = 0; turn < 100 && (seen.empty() || seen.back() != "mcmd=PSrp"); ++turn) {
             received += pumpAndReceive(1);
             seen = testsupport::readControllerStream(received).inOrder;
@@ -27,25 +20,20 @@ protected:
     }
 };
 
-// Bytes, what comes back before the answer to the closing "ping", and the quit and debug flags.
-using Row = std::tuple<std::string, std::vector<std::string>, bool, bool>;
-
 TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
-    const std::string quit = "mcmd=WrtL Valu=2 DATA=The Tamsvale isf has been asked to quit. (";
-    const std::string debugWas = "mcmd=WrtL Valu=2 DATA=arp plugin debug mode is now o";
-    const std::vector<Row> rows = {
+    const std::string log2 = "mcmd=WrtL Valu=2 DATA=", log4 = "mcmd=WrtL Valu=4 DATA=";
+    const std::string quit = log2 + "The Tamsvale isf has been asked to quit. (";
+    const std::string debugWas = log2 + "arp plugin debug mode is now o";
+    const std::string debugMode = log4 + "DEBUG MODE O";
+    // Bytes, what comes back before the answer to the closing "ping", the quit and debug flags.
+    const std::vector<std::tuple<std::string, Lines, bool, bool>> rows = {
         // The reader folds the low-battery "Q" into "P" before the dispatcher sees it.
         {control('Q'), {quit + "2)"}, true, false},
         {control('q'), {quit + "1)"}, true, false},
-        {control('D') + control('D'),
-         {"mcmd=WrtL Valu=4 DATA=DEBUG MODE ON", "mcmd=WrtL Valu=4 DATA=DEBUG MODE OFF"},
-         false,
-         false},
+        {control('D') + control('D'), {debugMode + "N", debugMode + "FF"}, false, false},
         {control('X'), {}, false, false},
-        {multiPacket({{"mcmd", "close"}}),
-         {"mcmd=WrtL Valu=2 DATA=arp Plugin shutting down..."},
-         true,
-         false},
+        {"Z\x02"s, {log4 + "Tamsvale: Received malformed packet from host"}, false, false},
+        {multiPacket({{"mcmd", "close"}}), {log2 + "arp Plugin shutting down..."}, true, false},
         {multiPacket({{"mcmd", "debug"}, {"Valu", "TRUE"}}), {debugWas + "n"}, false, true},
         {multiPacket({{"mcmd", "debug"}, {"Valu", "yes"}}), {debugWas + "ff'"}, false, false},
     };
@@ -56,8 +44,7 @@ TEST_F(DispatcherTest, ActsOnEachVerbAndLetter) {
         Globals::DebugMode = false;
         seen.push_back("mcmd=PSrp");
         EXPECT_EQ(exchange(bytes), seen);
-        EXPECT_EQ(Globals::DoQuit, quits);
-        EXPECT_EQ(Globals::DebugMode, debug);
+        EXPECT_EQ(std::pair(Globals::DoQuit, Globals::DebugMode), std::pair(quits, debug));
     }
 }
 

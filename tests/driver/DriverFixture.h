@@ -17,6 +17,13 @@
 #include "link/AmbrelisSupport.h"
 #include "scan/cScanner.h"
 
+using Lines = std::vector<std::string>;
+
+// A control message from the controller: the full layout of 16 bytes, flag byte as given.
+inline std::string control(char command, char flags = 0x40) {
+    return std::string("X\x10\x61\x40LX") + flags + "0" + command + std::string("03\0\0\0 \r", 7);
+}
+
 // Runs driver code in-process the way the host does, against a fake controller on loopback and
 // the fake network tools first on PATH. Failures that leave a handler go to the application's
 // guard. Tear-down lets every ping end, drops the link and checks that the pump holds nothing.
@@ -42,12 +49,14 @@ protected:
         EXPECT_EQ(host::EventPump::instance().postedCount(), 0u);
     }
 
-    // Opens the link and returns the greeting and the connecting line.
-    std::string connect(const char* id = "x") {
-        AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), id);
+    // Opens the link; the driver greets with its connection id, then logs that it connects.
+    void connect() {
+        AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", server.port(), "conn-42");
         EXPECT_TRUE(AmbrelisSupport::WaitForAmbrelisConnection(2));
         EXPECT_TRUE(server.accept());
-        return pumpAndReceive(50);
+        const auto view = testsupport::readControllerStream(pumpAndReceive(50));
+        EXPECT_EQ(view.greeting, "ard:conn-42\r");
+        EXPECT_EQ(view.inOrder, Lines{"mcmd=WrtL Valu=2 DATA=Tamsvale ISF connecting..."});
     }
 
     // Pumps until the server has received at least `count` bytes more, or a second has passed.
@@ -62,7 +71,7 @@ protected:
 
     // Pumps until every ping has ended, then returns what the controller got since the last
     // call, each message as "key=value ..." in wire order.
-    std::vector<std::string> settle() {
+    Lines settle() {
         for (int turn = 0; turn < 500 && Globals::outstandingPings > 0; ++turn) {
             host::ConsoleApplication::DoEvents(10);
         }
