@@ -38,8 +38,8 @@ protected:
     void TearDown() override {
         host::ExceptionWrapper::setHandler({});
         EXPECT_EQ(std::tuple(handled, pump.watchCount(), pump.postedCount(),
-                             testsupport::childProcesses(), testsupport::openDescriptors()),
-                  std::tuple(Names{}, 0ul, 0ul, 0, descriptors));
+                             testsupport::hasChildren(), testsupport::openDescriptors()),
+                  std::tuple(Names{}, 0ul, 0ul, false, descriptors));
     }
 
     EventPump& pump = EventPump::instance();

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Answers echo requests in place of the kernel of the namespace it runs in, which must ignore
-them, the way a poor link does.
-
-    echo_responder.py LOST DELAY SECONDS
-
-drops the first LOST requests, answers the others DELAY seconds late, and ends after SECONDS.
-It prints "ready" once it listens."""
+# Answers echo requests in place of the kernel of the namespace it runs in, which must ignore
+# them, the way a poor link does:
+#
+#     echo_responder.py LOST DELAY SECONDS
+#
+# drops the first LOST requests, answers the others DELAY seconds late, and ends after SECONDS.
+# It prints "ready" once it listens.
 import socket
 import sys
 import threading

@@ -6,8 +6,8 @@ namespace testsupport {
 
 // Descriptors this process holds open, from /proc/self/fd.
 int openDescriptors();
-// Children of this process, running or not yet reaped, from /proc.
-int childProcesses();
+// Whether this process has a child, running or not yet reaped.
+bool hasChildren();
 // CPU time of a process's main thread in seconds, children excluded, from the nanosecond count
 // in /proc/<pid>/schedstat: the clock ticks of /proc/<pid>/stat are too coarse.
 double cpuSeconds(pid_t pid);
