@@ -22,7 +22,8 @@ constexpr double kPeriod = sim::SweepClock::kPeriodSeconds;
 
 // Every bad argument and every kind of line a units file may hold (the file is called "units" in
 // what is said): parse says all that is wrong, until an unknown option; it wins over --help. The
-// gateway's address is a host name that only looks like a hardware address written with dashes.
+// gateway's address is a host name that only looks like a hardware address written with dashes; an
+// id stays taken by a line whose address is bad. The good lines are kept, trimmed.
 TEST(SimOptionsTest, EveryBadArgumentOrUnitsLineIsAnErrorThatSaysWhich) {
     const std::string file = "/tmp/sim-units-" + std::to_string(::getpid());
     std::ofstream(file) << "# uniqueid, name, address\n1, Gateway, 7e-52-52-83-30-8g\n\n"
@@ -190,8 +191,9 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
          "s sent close (--for 3 s are over)\n", "s log: arp Plugin shutting down...\n",
          "s the driver ended: exit status 0\n"});
     run(2, {"--unit", "1, Router, 10.0.0"}, {});
-    // Bytes that begin no message, and a length too short for one, are skipped to the next. The
-    // script asks for its units, the last byte late, and once answered sends its simulator SIGTERM.
+    // A driver without a greeting still has its messages read: bytes that begin no message, and a
+    // length too short for one, are skipped to the next. The script asks for its units, the last
+    // byte late, and once answered sends its simulator SIGTERM.
     const std::string garbling = driver(
         network,
         R"(exec 3<>/dev/tcp/$2/$3; printf '%0256dXYJ\x03\x00\x80J\x12\x00\x80mcmd\x08\x00getUnit' >&3; sleep 0.2; printf s >&3; read -n 1 <&3; kill $PPID; sleep 30)");
@@ -216,8 +218,7 @@ TEST(SimulatorRunTest, OnAScreenItShowsTheTableTakesKeysAndWaitsForTheDriverToEn
     const testsupport::FakeNetwork network;
     const std::string waiting = driver(
         network, "until [ -e $0.go ]; do sleep 0.1; done; exec " ARP_PRESENCE_PATH " \"$@\"");
-    const std::string command =
-        AMBRELIS_SIM_PATH " --port 0 --unit '1, Router, 192.168.5.1' --driver ";
+    const std::string command = AMBRELIS_SIM_PATH " --port 0 --unit 1,Router,192.168.5.1 --driver ";
     testsupport::Tmux terminal(command + waiting + "; echo sim-exit=$?; sleep 60", 80, 24);
     ASSERT_TRUE(terminal.waitFor("waiting for it to connect", 5s));
     terminal.keys("d");
@@ -227,7 +228,9 @@ TEST(SimulatorRunTest, OnAScreenItShowsTheTableTakesKeysAndWaitsForTheDriverToEn
     EXPECT_TRUE(terminal.waitFor("Router            -     waiting for the driver to ask for", 1s));
     std::ofstream{waiting + ".go"};
     ASSERT_TRUE(terminal.waitFor("sweep 1, next in ", 10s));
-    EXPECT_TRUE(terminal.waitFor(", linked  up ", 1s));
+    // Linked, a switch of debug mode reaches the driver, which says so in its log.
+    terminal.keys("d");
+    EXPECT_TRUE(terminal.waitFor("arp plugin debug mode is now on", 5s));
     terminal.keys("q");
     // The last picture stays on screen, above what is written after it.
     ASSERT_TRUE(terminal.waitFor("sim-exit=0", 20s));
