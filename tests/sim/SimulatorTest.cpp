@@ -5,14 +5,12 @@
 #include <fstream>
 #include <regex>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
-#include "MultiPacketReader.h"
 #include "Tmux.h"
-#include "tools/sim/DriverStream.h"
+#include "store/CXML.h"
 #include "tools/sim/SimOptions.h"
 #include "tools/sim/TableDisplay.h"
 
@@ -20,12 +18,13 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using State = sim::PresenceTable::State;
 constexpr double kPeriod = sim::SweepClock::kPeriodSeconds;
 
-// Every kind of line a units file may hold; the file is called "units" in what is said. The
-// gateway's address is a host name that only looks like a hardware address written with dashes.
-TEST(UnitListTest, TakesEachGoodLineAndSaysEveryProblemOfEachBadOne) {
+// Every bad argument and every kind of line a units file may hold (the file is called "units" in
+// what is said): parse says all that is wrong, until an unknown option; it wins over --help. The
+// gateway's address is a host name that only looks like a hardware address written with dashes; an
+// id stays taken by a line whose address is bad. The good lines are kept, trimmed.
+TEST(SimOptionsTest, EveryBadArgumentOrUnitsLineIsAnErrorThatSaysWhich) {
     const std::string file = "/tmp/sim-units-" + std::to_string(::getpid());
     std::ofstream(file) << "# uniqueid, name, address\n1, Gateway, 7e-52-52-83-30-8g\n\n"
                         << "  7 ,\tPhone X , 02:FC:3a:11:9E:40 \r\n"
@@ -35,33 +34,10 @@ TEST(UnitListTest, TakesEachGoodLineAndSaysEveryProblemOfEachBadOne) {
 9007199254740992, a, my_host
 1, , 7E-52-52-83-30-8G
 22, a, 02:fc:3a:11:9e
-23, a, 7e-52-52-83-30-84
+22, a, 7e-52-52-83-30-84
 24, a, 7E52.5283.3084
 25, a, 123456789012
-22, , 10.0.0
 )";
-    sim::UnitList units;
-    std::string problems;
-    for (const std::string& problem : units.addFile(file)) {
-        problems += std::regex_replace(problem, std::regex(file), "units") + "\n";
-    }
-    ::unlink(file.c_str());
-    EXPECT_EQ(problems, R"(units:5: expected uniqueid, name, address: found 4 fields
-units:6: uniqueid "0" is not a whole number from 1 to 9007199254740991; address "10.0.0.256" is not an IPv4 address
-units:7: uniqueid "2.5" is not a whole number from 1 to 9007199254740991; address "-c" is not a host name
-units:8: uniqueid "9007199254740992" is not a whole number from 1 to 9007199254740991; address "my_host" is not a host name
-units:9: name is empty; uniqueid 1 is already used at units:2; address 7E-52-52-83-30-8G is already unit 1 at units:2
-units:10: address "02:fc:3a:11:9e" is not a hardware address (six two-digit hex groups joined by colons)
-units:11: hardware address "7e-52-52-83-30-84" must be written with colons: 7e:52:52:83:30:84
-units:12: hardware address "7E52.5283.3084" must be written with colons: 7E:52:52:83:30:84
-units:13: hardware address "123456789012" must be written with colons: 12:34:56:78:90:12 (a host name of twelve hex digits needs its domain)
-units:14: name is empty; address "10.0.0" is not an IPv4 address; uniqueid 22 is already used at units:10
-)");
-    EXPECT_EQ(units.units().size(), 2u);
-}
-
-// What parse says on an error: all that is wrong, until an unknown option; it wins over --help.
-TEST(SimOptionsTest, EveryBadArgumentIsAnErrorThatSaysWhich) {
     const std::string e = "ambrelis-sim: ";
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--port"}, e + "--port needs a value (see --help)"},
@@ -72,55 +48,51 @@ TEST(SimOptionsTest, EveryBadArgumentIsAnErrorThatSaysWhich) {
         {{"--unit", "1,a,b", "--unit=1,c,d"},
          e + "--unit 1,c,d: uniqueid 1 is already used at --unit \"1,a,b\""},
         {{"--port", "12x", "--help"}, e + "--port 12x: not a port number from 0 to 65535"},
-        {{"--unit", "x,a,b", "--port", "70000", "--units", "/nonexistent/units", "--bogus", "--x"},
-         R"(ambrelis-sim: --unit x,a,b: uniqueid "x" is not a whole number from 1 to 9007199254740991
-ambrelis-sim: --port 70000: not a port number from 0 to 65535
+        {{"--port", "70000", "--units", "/nonexistent/units", "--units", file, "--bogus", "--x"},
+         R"(ambrelis-sim: --port 70000: not a port number from 0 to 65535
 /nonexistent/units: cannot read: No such file or directory
+units:5: expected uniqueid, name, address: found 4 fields
+units:6: uniqueid "0" is not a whole number from 1 to 9007199254740991; address "10.0.0.256" is not an IPv4 address
+units:7: uniqueid "2.5" is not a whole number from 1 to 9007199254740991; address "-c" is not a host name
+units:8: uniqueid "9007199254740992" is not a whole number from 1 to 9007199254740991; address "my_host" is not a host name
+units:9: name is empty; uniqueid 1 is already used at units:2; address 7E-52-52-83-30-8G is already unit 1 at units:2
+units:10: address "02:fc:3a:11:9e" is not a hardware address (six two-digit hex groups joined by colons)
+units:11: hardware address "7e-52-52-83-30-84" must be written with colons: 7e:52:52:83:30:84; uniqueid 22 is already used at units:10
+units:12: hardware address "7E52.5283.3084" must be written with colons: 7E:52:52:83:30:84
+units:13: hardware address "123456789012" must be written with colons: 12:34:56:78:90:12 (a host name of twelve hex digits needs its domain)
 ambrelis-sim: unknown option --bogus (see --help))"},
     };
+    sim::SimOptions options;
     for (const auto& [arguments, expected] : cases) {
         std::string message;
-        EXPECT_EQ(sim::SimOptions().parse(arguments, message), sim::SimOptions::Outcome::Error);
-        EXPECT_EQ(message, expected);
+        options = sim::SimOptions();
+        EXPECT_EQ(options.parse(arguments, message), sim::SimOptions::Outcome::Error);
+        EXPECT_EQ(std::regex_replace(message, std::regex(file), "units"), expected);
     }
-}
-
-// A driver without a greeting line still has its messages read, each once it is whole.
-TEST(DriverStreamTest, ReadsWholeMessagesEvenWithoutAGreeting) {
-    const std::string on = testsupport::multiPacket({{"mcmd", "ON"}, {"addr", "10.0.0.1"}});
-    sim::DriverStream stream;
-    stream.append(std::string(256, 'a') + on.substr(0, on.size() - 1));
-    EXPECT_EQ(stream.next().value().text, "no greeting line in the first 256 bytes");
-    EXPECT_EQ(stream.next().value().text, "skipped 256 bytes that begin no message (first 0x61)");
-    EXPECT_FALSE(stream.next());
-    stream.append(on.substr(on.size() - 1));
-    EXPECT_EQ(stream.next().value().message->GetMulti("mcmd").bytes(), "ON");
+    ::unlink(file.c_str());
+    // The good lines are what the driver is sent, under the keys it reads.
+    auto data = host::New<CXML>();
+    data->loadFromString(options.units.toData());
+    EXPECT_EQ(data->GetContainerCount("unit"), 2);
+    EXPECT_EQ(data->GetContainer("unit", 2)->GetStringValue("Name").bytes(), "Phone X");
 }
 
 // The first sweep starts with the unit request, here at 10 s; a "begin arp scan" early in a sweep
-// moves its start, a late one starts the next sweep before it was expected.
+// moves its start, a late one starts the next sweep before it was expected. Each sweep is told
+// once its pings are over, with the reports that came in it; turns missed are caught up in order.
 TEST(SweepClockTest, CountsSweepsFromTheUnitRequestAndFollowsTheDriversOwnMark) {
-    const std::tuple<double, const char*, double, int, double> cases[] = {
-        {0, "", 10 + kPeriod - 0.5, 1, 0.5},
-        {0, "", 10 + 2 * kPeriod + 1, 3, kPeriod - 1},
-        {14, "begin arp scan", 20, 1, 14 + kPeriod - 20},
-        {10 + kPeriod - 3, "begin arp scan", 10 + kPeriod - 2, 2, kPeriod - 1},
-    };
-    for (const auto& [markAt, mark, at, sweep, nextIn] : cases) {
-        sim::SweepClock clock;
-        clock.unitsAsked(10);
-        clock.logLine(markAt, mark);
-        EXPECT_EQ(clock.sweepAt(at), sweep) << at;
-        EXPECT_NEAR(clock.nextIn(at).value_or(-1), nextIn, 1e-9) << at;
-    }
-    // Each sweep is told once its pings are over; turns missed are caught up in order.
     sim::SweepClock clock;
-    clock.unitsAsked(0);
-    EXPECT_EQ(clock.takeSummaries(sim::SweepClock::kPingsOverSeconds - 0.1).size(), 0u);
-    for (const double at : {kPeriod + 1, kPeriod + 2, 2 * kPeriod + 1}) {
+    clock.unitsAsked(10);
+    clock.logLine(14, "begin arp scan");
+    EXPECT_EQ(clock.sweepAt(20), 1);
+    EXPECT_NEAR(clock.nextIn(20).value_or(-1), 14 + kPeriod - 20, 1e-9);
+    clock.logLine(11 + kPeriod, "begin arp scan");
+    EXPECT_EQ(clock.sweepAt(12 + kPeriod), 2);
+    EXPECT_NEAR(clock.nextIn(12 + kPeriod).value_or(-1), kPeriod - 1, 1e-9);
+    for (const double at : {12 + kPeriod, 13 + kPeriod, 12 + 2 * kPeriod}) {
         clock.reported(at);
     }
-    EXPECT_EQ(clock.takeSummaries(3 * kPeriod + sim::SweepClock::kPingsOverSeconds),
+    EXPECT_EQ(clock.takeSummaries(11 + 3 * kPeriod + sim::SweepClock::kPingsOverSeconds),
               (std::vector<std::string>{"sweep 1: nothing found in the neighbour table",
                                         "sweep 2: 2 reports", "sweep 3: 1 report",
                                         "sweep 4: no change reported"}));
@@ -138,17 +110,17 @@ TEST(TableDisplayTest, FitsEveryLineToTheTerminalAndSaysWhatEachRowShows) {
     sim::PresenceTable table(units, 1);
     sim::SweepClock clock;
     clock.unitsAsked(1);
-    table.setState("10.0.0.1", State::On, 40);
+    table.setState("10.0.0.1", sim::PresenceTable::State::On, 40);
     table.setResponse("10.0.0.1", "10.0.0.1", "0.364");
-    table.setState("02:fc:aa:bb:cc:dd", State::On, 3);
-    table.setState("02:FC:aa:bb:cc:dd", State::On, 5);
+    table.setState("02:fc:aa:bb:cc:dd", sim::PresenceTable::State::On, 3);
+    table.setState("02:FC:aa:bb:cc:dd", sim::PresenceTable::State::On, 5);
     table.setResponse("02:fc:AA:bb:cc:dd", "10.0.0.1", "0.5");
     table.setResponse("02:fc:aa:bb:cc:dd", "", "0.029");
-    table.setState("02:fc:aa:bb:cc:03", State::Off, 3);
-    table.setState("10.0.0.5", State::Off, 3);
+    table.setState("02:fc:aa:bb:cc:03", sim::PresenceTable::State::Off, 3);
+    table.setState("10.0.0.5", sim::PresenceTable::State::Off, 3);
     table.setResponse("02:fc:aa:bb:cc:04", "10.0.0.4", "");
-    table.setState("02:fc:aa:bb:cc:05", State::On, 5);
-    table.setState("02:fc:aa:bb:cc:06", State::On, 5);
+    table.setState("02:fc:aa:bb:cc:05", sim::PresenceTable::State::On, 5);
+    table.setState("02:fc:aa:bb:cc:06", sim::PresenceTable::State::On, 5);
     table.addLog("dropped");
     table.addLog("kept ä€\x1b[2J\r\n\t\0\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x80.\xe2\x82"s);
     const sim::TableDisplay display(table, clock);
@@ -183,95 +155,83 @@ keys: p ping   d debug on/off   D debug (control)   c/q close
                   "-     first ping under way");
 }
 
-// The simulator on a network of fake tools, with the real driver or a script in its place.
-class SimulatorRunTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        network.setArpTable("? (192.168.5.1) at 02:fc:aa:bb:cc:dd [ether] on eth0\n");
-        network.answer("192.168.5.1", "up 0.364");
-    }
+// A script to start in the driver's place.
+std::string driver(const testsupport::FakeNetwork& network, const std::string& script) {
+    const std::string path = network.folder() + "/driver";
+    std::ofstream(path) << "#!/bin/bash\n" << script << "\n";
+    ::chmod(path.c_str(), 0755);
+    return path;
+}
 
-    std::string driver(const std::string& script) const {
-        const std::string path = network.folder() + "/driver";
-        std::ofstream(path) << "#!/bin/bash\n" << script << "\n";
-        ::chmod(path.c_str(), 0755);
-        return path;
+// Runs the simulator without a terminal, where it writes a line per event; a bad argument starts
+// no driver.
+void run(int exitStatus, const std::vector<std::string>& arguments,
+         const std::vector<std::string>& lines) {
+    testsupport::DriverProcess simulator(arguments, AMBRELIS_SIM_PATH);
+    ASSERT_EQ(simulator.waitForExit(25s), exitStatus) << simulator.output();
+    for (const std::string& line : lines) {
+        EXPECT_NE(simulator.output().find(line), std::string::npos) << line << simulator.output();
     }
-
-    // Runs it without a terminal, where it writes a line per event; a bad argument starts no
-    // driver.
-    static void run(int exitStatus, std::vector<std::string> arguments,
-                    const std::vector<std::string>& lines) {
-        arguments.insert(arguments.end(), {"--port", "0"});
-        testsupport::DriverProcess simulator(arguments, AMBRELIS_SIM_PATH);
-        ASSERT_EQ(simulator.waitForExit(25s), exitStatus) << simulator.output();
-        const std::string& output = simulator.output();
-        for (const std::string& line : lines) {
-            EXPECT_NE(output.find(line), std::string::npos) << line << "\nin:\n" << output;
-        }
-        EXPECT_EQ(output.find("(pid ") == std::string::npos, exitStatus == 2) << output;
-    }
-
-    testsupport::FakeNetwork network;
-};
+    EXPECT_EQ(simulator.output().find("(pid ") == std::string::npos, exitStatus == 2);
+}
 
 // The driver reads each unit of the list, under its own id. However a driver ends before it
 // connects, that is a failure.
-TEST_F(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
+TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
+    const testsupport::FakeNetwork network;
+    network.setArpTable("? (192.168.5.1) at 02:fc:aa:bb:cc:dd [ether] on eth0\n");
+    network.answer("192.168.5.1", "up 0.364");
     run(0,
-        {"--for", "3", "--id=c-9", "--unit", "1, Router, 02:FC:AA:BB:CC:DD", "--unit",
+        {"--port=0", "--for", "3", "--id=c-9", "--unit", "1, Router, 02:FC:AA:BB:CC:DD", "--unit",
          "2, Phone, 192.168.5.7", "--unit", "3, Tablet, 192.168.5.8"},
         {"s greeting ard:c-9 ok\n", "s getUnits: sent setUnits with 3 units (",
-         "s log: creating a new ping device for unit with Address: 192.168.5.8\n",
          "s ON  02:fc:aa:bb:cc:dd  Router  (update)\n",
          "s NoOp 02:fc:aa:bb:cc:dd  Router  0.364 ms  IP 192.168.5.1\n",
+         "s log: creating a new ping device for unit with Address: 192.168.5.8\n",
          "s sent close (--for 3 s are over)\n", "s log: arp Plugin shutting down...\n",
          "s the driver ended: exit status 0\n"});
     run(2, {"--unit", "1, Router, 10.0.0"}, {});
-    // Bytes that begin no message, and a length too short for one, are skipped to the next. The
-    // script asks for its units, the last byte late, and once answered sends its simulator SIGTERM.
+    // A driver without a greeting still has its messages read: bytes that begin no message, and a
+    // length too short for one, are skipped to the next. The script asks for its units, the last
+    // byte late, and once answered sends its simulator SIGTERM.
     const std::string garbling = driver(
-        R"(exec 3<>/dev/tcp/$2/$3; printf 'ard:x\rXYJ\x03\x00\x80J\x12\x00\x80mcmd\x08\x00getUnit' >&3; sleep 0.2; printf s >&3; read -n 1 <&3; kill $PPID; sleep 30)");
-    run(1, {"--driver", garbling},
-        {"s wrong greeting: expected \"ard:sim-1\\x0d\", got \"ard:x\\x0d\"\n",
-         "s stream: skipped 2 bytes that begin no message (first 0x58)\n",
+        network,
+        R"(exec 3<>/dev/tcp/$2/$3; printf '%0256dXYJ\x03\x00\x80J\x12\x00\x80mcmd\x08\x00getUnit' >&3; sleep 0.2; printf s >&3; read -n 1 <&3; kill $PPID; sleep 30)");
+    run(1, {"--port=0", "--driver", garbling},
+        {"s stream: no greeting line in the first 256 bytes\n",
+         "s stream: skipped 258 bytes that begin no message (first 0x30)\n",
          "s stream: skipped a message whose length field is 3\n",
-         "s stream: skipped 3 bytes that begin no message (first 0x03)\n",
          "s getUnits: sent setUnits with 0 units (", "s sent close (got SIGTERM)\n",
          "s the driver was still running 14 s after close: killed the driver (killed by signal 9"});
-    run(1, {"--driver", driver("echo about to die; kill -9 $$")},
+    run(1, {"--port=0", "--driver", driver(network, "echo about to die; kill -9 $$")},
         {"s driver output: about to die\n",
          "s the driver ended before it connected (killed by signal 9 (Killed)); exit status 1\n"});
 }
 
 // In a terminal of 80 by 24, the smallest it is made for. The driver waits for a go before it
 // starts, so that a key pressed before the link has nowhere to go. Close comes during the first
-// sweep, whose hosts are not all known yet, so the driver gets time to finish a sweep of many.
-TEST_F(SimulatorRunTest, OnAScreenItShowsTheTableTakesKeysAndWaitsForTheDriverToEnd) {
+// sweep; the driver may finish it first.
+TEST(SimulatorRunTest, OnAScreenItShowsTheTableTakesKeysAndWaitsForTheDriverToEnd) {
     if (!testsupport::Tmux::available()) {
         GTEST_SKIP() << "tmux is not installed";
     }
-    const std::string waiting =
-        driver("until [ -e $0.go ]; do sleep 0.1; done; exec " ARP_PRESENCE_PATH " \"$@\"");
-    testsupport::Tmux terminal(AMBRELIS_SIM_PATH
-                                   " --port 0 --unit '1, Router, 192.168.5.1' --driver " +
-                                   waiting + "; echo sim-exit=$?; sleep 60",
-                               80, 24);
+    const testsupport::FakeNetwork network;
+    const std::string waiting = driver(
+        network, "until [ -e $0.go ]; do sleep 0.1; done; exec " ARP_PRESENCE_PATH " \"$@\"");
+    const std::string command = AMBRELIS_SIM_PATH " --port 0 --unit 1,Router,192.168.5.1 --driver ";
+    testsupport::Tmux terminal(command + waiting + "; echo sim-exit=$?; sleep 60", 80, 24);
     ASSERT_TRUE(terminal.waitFor("waiting for it to connect", 5s));
     terminal.keys("d");
     ASSERT_TRUE(terminal.waitFor("no link: nothing sent", 5s));
-    EXPECT_TRUE(terminal.waitFor("no sweep yet: it starts when the driver asks for its units", 1s));
+    EXPECT_TRUE(terminal.waitFor(
+        "no sweep yet: it starts when the driver asks for its units   debug off", 1s));
     EXPECT_TRUE(terminal.waitFor("Router            -     waiting for the driver to ask for", 1s));
     std::ofstream{waiting + ".go"};
-    ASSERT_TRUE(terminal.waitFor("(Router)", 10s));
-    const auto screen = terminal.screen();
-    EXPECT_NE(screen.at(0).find(", linked  up "), std::string::npos) << screen.at(0);
-    EXPECT_TRUE(std::regex_match(screen.at(1), std::regex("sweep 1, next in \\d+s   debug off")))
-        << screen.at(1);
-    EXPECT_EQ(screen.at(4).substr(0, 63),
-              "192.168.5.1       Router            -     first ping at sweep 2");
+    ASSERT_TRUE(terminal.waitFor("sweep 1, next in ", 10s));
+    // Linked, a switch of debug mode reaches the driver, which says so in its log.
+    terminal.keys("d");
+    EXPECT_TRUE(terminal.waitFor("arp plugin debug mode is now on", 5s));
     terminal.keys("q");
-    ASSERT_TRUE(terminal.waitFor("the driver may finish its sweep first; waiting up to 14s", 5s));
     // The last picture stays on screen, above what is written after it.
     ASSERT_TRUE(terminal.waitFor("sim-exit=0", 20s));
     EXPECT_TRUE(terminal.waitFor("192.168.5.1       Router            -     no report before", 1s));
