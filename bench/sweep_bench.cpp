@@ -73,7 +73,13 @@ double unionSeconds(std::vector<std::pair<Clock::time_point, Clock::time_point>>
 // its first two sweeps. A "ping" whose answer took over 100 ms waited for the link: the union
 // of those waits within a sweep is what that sweep kept the link unserved.
 void BM_LinkUnservedPerSweep(benchmark::State& state) {
-    BridgedNetwork network(BridgedNetwork::oneLan(6));
+    std::vector<BridgedNetwork::Host> plan;
+    for (int i = 1; i <= 6; ++i) {
+        const std::string number = std::to_string(i);
+        plan.push_back({i == 1 ? "gateway" : "host" + number, 0, "10.99.0." + number,
+                        "02:00:00:00:01:0" + number, true});
+    }
+    BridgedNetwork network(plan);
     if (!network.whyNot().empty()) {
         state.SkipWithError(("no network of namespaces: " + network.whyNot()).c_str());
         return;

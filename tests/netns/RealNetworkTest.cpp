@@ -36,11 +36,6 @@ double seconds(Clock::duration duration) {
     return std::chrono::duration<double>(duration).count();
 }
 
-// Output of a command run by the shell, standard error included.
-std::string outputOf(const std::string& command) {
-    return testsupport::runCommand(command + " 2>&1").output;
-}
-
 // The test's thread enters the driver's namespace first, so that its sockets and children live
 // there.
 class RealNetworkTest : private InNamespace, public ::testing::Test {
@@ -71,7 +66,9 @@ TEST_F(RealNetworkTest, TheDriverFindsEveryHostOfEveryLanAndServesTheLinkDuringS
     ASSERT_NE(::mkdtemp(locales.data()), nullptr);
     const std::shared_ptr<void> removeLocales(
         nullptr, [&locales](void*) { std::filesystem::remove_all(locales); });
-    const std::string made = outputOf("localedef -i de_DE -f UTF-8 " + locales + "/de_DE.UTF-8");
+    const std::string made =
+        testsupport::runCommand("localedef -i de_DE -f UTF-8 " + locales + "/de_DE.UTF-8 2>&1")
+            .output;
     if (!std::filesystem::exists(locales + "/de_DE.UTF-8")) {
         GTEST_SKIP() << "no German locale (package locales): " << made;
     }
@@ -135,7 +132,8 @@ TEST_F(RealNetworkTest, TheDriverFindsEveryHostOfEveryLanAndServesTheLinkDuringS
     EXPECT_LE(slowest, 3.0);
     EXPECT_LE(closing, 4.0) << "the sweep's broadcast, the rest of the sweep and the drain";
     // Without the C locale for its tools the driver would have read this and found nobody.
-    EXPECT_NE(outputOf(german + " arp -a -n").find(" auf "), std::string::npos)
+    EXPECT_NE(testsupport::runCommand(german + " arp -a -n").output.find(" auf "),
+              std::string::npos)
         << "arp is not translated here, so the locale proved nothing";
 }
 
@@ -166,8 +164,6 @@ TEST_F(RealNetworkTest, TheProbeSendsExactlyTwoRequestsAndEndsWithinAboutThreeSe
         host::SystemTools::startProbe(*shell, host::String(address));
         const double took = seconds(Clock::now() - begun);
         const auto outcome = host::SystemTools::probeOutcome(shell->ErrorCode(), shell->Result());
-        std::printf("%-20s %.2f s, exit %lld\n", what, took,
-                    static_cast<long long>(outcome.exitCode));
         EXPECT_NE(outcome.output.view().find("2 packets transmitted"), std::string::npos)
             << what << ":\n"
             << outcome.output.view();

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <stdexcept>
 
 #include "RunCommand.h"
@@ -39,17 +38,6 @@ std::vector<BridgedNetwork::Host> BridgedNetwork::home() {
             {"host3", 0, lanPrefix(0) + ".3", "02:00:00:00:00:03", false},
             {"host4", 1, lanPrefix(1) + ".4", "02:00:00:00:00:04", true},
             {"gateway", 2, lanPrefix(2) + ".1", "02:00:00:00:00:09", true}};
-}
-
-std::vector<BridgedNetwork::Host> BridgedNetwork::oneLan(int hosts) {
-    std::vector<Host> plan;
-    for (int i = 1; i <= hosts; ++i) {
-        char mac[32];
-        std::snprintf(mac, sizeof mac, "02:00:00:00:01:%02d", i % 100);
-        plan.push_back({i == 1 ? "gateway" : "host" + std::to_string(i), 0,
-                        lanPrefix(0) + "." + std::to_string(i), mac, true});
-    }
-    return plan;
 }
 
 BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan) {

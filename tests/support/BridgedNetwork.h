@@ -22,8 +22,6 @@ public:
     // A home network as it comes: host1, host2 and host3 (which drops echo) on LAN 0, host4 on
     // LAN 1, and the gateway of the default route alone on LAN 2, as behind a VPN or an uplink.
     static std::vector<Host> home();
-    // `hosts` hosts on LAN 0, the first of them the gateway.
-    static std::vector<Host> oneLan(int hosts);
 
     // Builds the network; when that cannot be done, whyNot() says why and nothing is left.
     explicit BridgedNetwork(const std::vector<Host>& plan);

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -25,11 +26,8 @@ DriverProcess::DriverProcess(const std::vector<std::string>& arguments,
     posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
     std::vector<std::string> argv{program};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    std::vector<char*> raw;
-    for (auto& argument : argv) {
-        raw.push_back(argument.data());
-    }
-    raw.push_back(nullptr);
+    std::vector<char*> raw(argv.size() + 1, nullptr);
+    std::ranges::transform(argv, raw.begin(), [](std::string& word) { return word.data(); });
     int error = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, raw.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     ::close(pipeFds[1]);
