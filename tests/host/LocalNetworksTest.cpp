@@ -82,30 +82,35 @@ Texts fill(const testsupport::FakeNetwork& network, host::Shell& shell, std::vec
     for (int turn = 0; turn < 500 && shell.IsRunning(); ++turn) {
         host::ConsoleApplication::DoEvents(10);
     }
+    EXPECT_FALSE(shell.IsRunning());
     Texts calls = network.fillCalls();
     std::sort(calls.begin(), calls.end());
     network.forgetCalls();
     return calls;
 }
 
-std::string call(const char* interval, const std::string& range) {
-    const std::size_t dash = range.find('-');
-    return std::string("[-q][-r][0][-t][50][-i][") + interval + "][-g][" + range.substr(0, dash) +
-           "][" + range.substr(dash + 1) + "]";
+// A block of each range, at one request every `interval` ms.
+Texts calls(const char* interval, const Texts& ranges) {
+    Texts out;
+    for (const std::string& range : ranges) {
+        const std::size_t dash = range.find('-');
+        out.push_back(std::string("[-q][-r][0][-t][50][-i][") + interval + "][-g][" +
+                      range.substr(0, dash) + "][" + range.substr(dash + 1) + "]");
+    }
+    return out;
 }
 
 TEST(FillTest, EveryBlockRunsAtOnceMoreThan768AddressesArePacedAndALateFillIsEnded) {
     testsupport::FakeNetwork network;
     auto shell = host::New<host::Shell>();
     EXPECT_EQ(fill(network, *shell, {{0x0A000000, 23}, {0x0A010000, 24}}),
-              (Texts{call("1", "10.0.0.1-10.0.1.0"), call("1", "10.0.1.1-10.0.1.254"),
-                     call("1", "10.1.0.1-10.1.0.254")}));
+              calls("1", {"10.0.0.1-10.0.1.0", "10.0.1.1-10.0.1.254", "10.1.0.1-10.1.0.254"}));
     // Four tools at one request every 16 ms are one request every 4 ms.
     EXPECT_EQ(fill(network, *shell, {{0x0A000000, 22}}),
-              (Texts{call("16", "10.0.0.1-10.0.1.0"), call("16", "10.0.1.1-10.0.2.0"),
-                     call("16", "10.0.2.1-10.0.3.0"), call("16", "10.0.3.1-10.0.3.254")}));
+              calls("16", {"10.0.0.1-10.0.1.0", "10.0.1.1-10.0.2.0", "10.0.2.1-10.0.3.0",
+                           "10.0.3.1-10.0.3.254"}));
     EXPECT_TRUE(fill(network, *shell, {}).empty());
-
+    // A fill still running when the next starts is ended by it.
     std::ofstream(network.folder() + "/fping-sleep") << "30\n";
     host::SystemTools::fillNeighbours(*shell, fillRanges({{0x0A000000, 24}}));
     for (int turn = 0; turn < 500 && network.fillCalls().empty(); ++turn) {
@@ -113,7 +118,7 @@ TEST(FillTest, EveryBlockRunsAtOnceMoreThan768AddressesArePacedAndALateFillIsEnd
     }
     std::filesystem::remove(network.folder() + "/fping-sleep");
     EXPECT_EQ(fill(network, *shell, {{0xC0A80700, 24}}),
-              (Texts{call("1", "10.0.0.1-10.0.0.254"), call("1", "192.168.7.1-192.168.7.254")}));
+              calls("1", {"10.0.0.1-10.0.0.254", "192.168.7.1-192.168.7.254"}));
 }
 
 }  // namespace
