@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <stdexcept>
 #include <thread>
 
+#include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
 #include "host/ConsoleApplication.h"
@@ -16,6 +19,7 @@
 #include "host/IOException.h"
 #include "host/Shell.h"
 #include "host/ShellNotRunningException.h"
+#include "host/SystemTools.h"
 #include "host/TCPSocket.h"
 
 namespace {
@@ -24,6 +28,7 @@ using host::EventPump;
 using Names = std::vector<std::string>;
 using End = std::pair<std::int64_t, std::string>;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 // Failures inside handlers are recorded; every test must leave the pump empty, no child and no
 // descriptor behind.
@@ -69,13 +74,11 @@ TEST_F(PumpTest, HandlersFailOnlyInsideThePumpAndPostedTasksWaitForTheNextTurn) 
     ::close(ready);
     EXPECT_EQ(std::exchange(handled, {}), (Names{"IOException", "OutOfBoundsException",
                                                  "RuntimeException", "OutOfMemoryException"}));
-    // Each task posts the next, which must not wait for the turn's poll to time out.
+    // A task posted by a task waits for the next turn, which must not wait for its poll to end.
     std::vector<int> order;
     std::function<void(int)> chain = [&](int n) {
         order.push_back(n);
-        if (n % 10 < 3) {
-            pump.post([&chain, n] { chain(n + 1); });
-        }
+        pump.post([&chain, n] { n % 10 < 3 ? chain(n + 1) : void(); });
     };
     pump.post([&] { chain(1); });
     pump.post([&] { chain(11); });
@@ -114,19 +117,16 @@ std::shared_ptr<RecordingShell> shellIn(std::int64_t mode) {
 }
 
 TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
-    // command, parameters (nullptr: none) -> code, output
+    // command, parameters (nullptr: none) -> code, output. Children speak the C locale, whatever
+    // ours is, so that what they print can be parsed; printf is found through PATH; a grandchild
+    // that keeps the output open must not hold the run past the child's end.
+    // clang-format off
     const std::vector<std::tuple<const char*, const char*, std::int64_t, std::string>> cases = {
-        {"exit 3", nullptr, 3, ""},
-        {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"},
-        {"kill -9 $$", nullptr, 137, ""},
-        {"/nonexistent/tool", "-x", 127, ""},
-        // Children speak the C locale, whatever ours is, so that what they print can be parsed.
-        {"echo \"$LC_ALL ${LANGUAGE-unset}\"", nullptr, 0, "C unset\n"},
-        // printf is named without a directory: it is found through PATH.
-        {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"},
-        // A grandchild that keeps the output open must not hold the run past the child's end.
-        {"sleep 90 & echo end", nullptr, 0, "end\n"},
+        {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"}, {"/nonexistent/tool", "-x", 127, ""},
+        {"echo \"$LC_ALL ${LANGUAGE-unset}\"", nullptr, 0, "C unset\n"}, {"exit 3", nullptr, 3, ""},
+        {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"}, {"sleep 90 & echo x", nullptr, 0, "x\n"},
         {"head -c 300000 /dev/zero", nullptr, 0, std::string(300000, '\0')}};
+    // clang-format on
     ::setenv("LC_ALL", "de_DE.UTF-8", 1);
     ::setenv("LANGUAGE", "de", 1);
     for (std::int64_t mode : {0, 1}) {
@@ -170,6 +170,7 @@ TEST_F(PumpTest, ShellCloseAndWaitLeaveEveryCompletionToThePump) {
     EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
     EXPECT_TRUE(RecordingShell::ends.empty());
     waited->Execute("sleep 30");
+    waited->Write(host::String(std::string(1 << 20, 'x')));  // unread, so mostly lost
     waited->waitWhileRunning(50);
     EXPECT_TRUE(waited->IsRunning());
     waited->Close();
@@ -213,7 +214,6 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
     socket->Write(host::String(up.substr(6, 64 << 10)));  // from 64 KiB on, sent at once
     EXPECT_EQ(socket->BytesLeftToSend(), 0);
     socket->Write(host::String(up.substr(6 + (64 << 10))));
-    EXPECT_LT(socket->BytesLeftToSend(), static_cast<std::int64_t>(up.size()) - (64 << 10));
     EXPECT_TRUE(socket->IsBackedUp());
     server.send("waits");
     host::ConsoleApplication::DoEvents(100);
@@ -235,21 +235,43 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
     server.closeClient();
     EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
     EXPECT_EQ(socket->ReadAll().bytes(), "end");
-    // Paused again, a peer that goes away with our bytes unread is still noticed.
-    socket->Connect();
-    socket->Write(host::String(up));
-    ASSERT_TRUE(server.accept() && pumpUntil([&] {
-                    return socket->IsConnected() && socket->BytesLeftToSend() < std::ssize(up);
-                }));
-    server.closeClient();
-    EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
     socket->Port = 70000;
     socket->Connect();
-    EXPECT_EQ(socket->events.size(), 4u);
+    EXPECT_EQ(socket->events.size(), 2u);
     host::ConsoleApplication::DoEvents(20);
-    EXPECT_EQ(socket->events,
-              (Names{"data", "error 0", "connected", "error " + std::to_string(ECONNRESET),
-                     "error " + std::to_string(EINVAL)}));
+    EXPECT_EQ(socket->events, (Names{"data", "error 0", "error " + std::to_string(EINVAL)}));
+}
+
+using Texts = std::vector<std::string>;
+
+// The fake fping's runs, sorted, as they ran side by side, once the fill has no child left.
+Texts fill(const testsupport::FakeNetwork& network, host::Shell& shell,
+           std::vector<host::LocalNetworks::Lan> lans) {
+    host::SystemTools::fillNeighbours(shell, host::LocalNetworks::fillRanges(lans));
+    EXPECT_TRUE(pumpUntil([&] { return !shell.IsRunning(); }));
+    Texts calls = network.fillCalls();
+    std::sort(calls.begin(), calls.end());
+    network.forgetCalls();
+    return calls;
+}
+
+// Four tools at one request every 16 ms are one request every 4 ms; up to 768 addresses go at
+// full speed. A fill still running when the next starts is ended by it.
+TEST_F(PumpTest, FillRunsEveryBlockAtOncePacesBigLansAndEndsALateFill) {
+    testsupport::FakeNetwork network;
+    auto shell = std::make_shared<host::Shell>();
+    const Texts paced = fill(network, *shell, {{0x0A000000, 22}});
+    EXPECT_EQ(std::pair(paced.size(), paced[3]),
+              std::pair(4ul, "[-q][-r][0][-t][50][-i][16][-g][10.0.3.1][10.0.3.254]"s));
+    std::ofstream(network.folder() + "/fping-sleep") << "30\n";
+    host::SystemTools::fillNeighbours(*shell, host::LocalNetworks::fillRanges({{0x0A000000, 23}}));
+    EXPECT_TRUE(pumpUntil([&] { return network.fillCalls().size() == 2; }));
+    std::filesystem::remove(network.folder() + "/fping-sleep");
+    network.forgetCalls();
+    EXPECT_EQ(fill(network, *shell, {{0xC0A80700, 24}, {0x0A000000, 23}}),
+              (Texts{"[-q][-r][0][-t][50][-i][1][-g][10.0.0.1][10.0.1.0]",
+                     "[-q][-r][0][-t][50][-i][1][-g][10.0.1.1][10.0.1.254]",
+                     "[-q][-r][0][-t][50][-i][1][-g][192.168.7.1][192.168.7.254]"}));
 }
 
 }  // namespace
