@@ -11,6 +11,7 @@
 #include "ProcessStats.h"
 #include "host/Base64.h"
 #include "host/BinaryStream.h"
+#include "host/FolderItem.h"
 #include "host/IOException.h"
 #include "host/OutOfBoundsException.h"
 #include "host/StringFunctions.h"
@@ -21,21 +22,22 @@ namespace {
 
 using enum TextEncoding;
 using namespace std::string_literals;
-using Texts = std::vector<std::string>;
 constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 const String kUtf8("h\xC3\xA9llo", UTF8);  // "héllo": 5 characters, 6 bytes
 const String kRaw("h\xC3\xA9llo", None);
 
 // Characters count only in UTF-8, positions from 1, and searches and separators fold only ASCII.
 TEST(StringTest, TextAndNumberFunctions) {
-    EXPECT_EQ(String("MAC Address"), String("mac address"));
+    EXPECT_EQ(String("MAC Zone"), String("mac zone"));
     EXPECT_NE(String("\xC3\x89"), String("\xC3\xA9"));  // É and é
     EXPECT_NE(String("@"), String("`"));                // differ only by the 0x20 bit
     // Concatenation merges tags; an empty side, on either hand, takes no part.
     EXPECT_EQ((String("a") + String(std::string("b"))).encoding(), None);
-    EXPECT_EQ((String() + String("a") + String()).encoding(), UTF8);
-    EXPECT_EQ(Mid(kUtf8, 2).encoding(), UTF8);  // so a piece still counts characters
-    // Untagged bytes are read as UTF-8 only when valid, which an overlong form is not. Base64
+    // A piece keeps its tag, so that it still counts characters.
+    EXPECT_EQ((String() + Mid(kUtf8, 2) + String()).encoding(), UTF8);
+    // Untagged bytes are read as UTF-8 only when valid, which an overlong form, a stray
+    // continuation or a lead without one is not, and the last two-byte and four-byte forms are.
+    // A path keeps the slash that is all of it. Base64
     // breaks after every full line only; decoding skips foreign bytes, stops at "=" and needs no
     // padding. The tools' Linux output reads as the BSD one also for a proxy entry and a line
     // already in BSD form.
@@ -54,7 +56,7 @@ TEST(StringTest, TextAndNumberFunctions) {
         {ConvertEncoding(String("\xC3\xA9\xE2\x82\xAC"), Latin1), "\xE9?"},
         {Hex(-0x1A2B), "FFFFFFFFFFFFE5D5"}, {Str(1e15), "1000000000000000"},
         {Str(-1e19), "-10000000000000000000"}, {Str(1234567.89), "1234568"}, {Str(-0.0), "0"},
-        {Format(5, frac), "5"}, {Format(-2.25, frac), "-2.25"},
+        {Format(5, frac), "5"}, {Format(-2.25, frac), "-2.25"}, {FolderItem("/").ShellPath(), "/"},
         {Format(2.0 / 3, frac), "0.6666666667"}, {Format(-4e-11, frac), "0"},
         {Format(0.99999999999, frac), "1"}, {Format(-2.5, "#"), "-3"}, {Format(9.5, "#"), "10"},
         {Format(1e10, "#"), "10000000000"}, {Format(2.675, "#.##"), "2.68"},
@@ -64,7 +66,9 @@ TEST(StringTest, TextAndNumberFunctions) {
         {EncodeBase64("f", 1), "Z\ng\n=\n="}, {DecodeBase64("Z\ng\n=\n="), "f"},
         {DecodeBase64("+/+/"), "\xFB\xFF\xBF"}, {DecodeBase64("Zm9v*Ym!Fy"), "foobar"},
         {DecodeBase64("Zm8"), "fo"}, {DecodeBase64("\xFFZm9v\x80"), "foo"},
-        {DecodeBase64("Zg==Zm9v"), "f"},
+        {DecodeBase64("Zg==Zm9v"), "f"}, {ConvertEncoding(String("\x80", None), UTF8), "\xC2\x80"},
+        {ConvertEncoding(String("\xC3(", None), UTF8), "\xC3\x83("},
+        {ConvertEncoding(String("\xDF\xBF\xF4\x8F\xBF\xBF", None), Latin1), "??"},
         {SystemTools::neighbourLinesInBsdForm(
              String("? (1.2.3.6) at *  <from_interface>   PUB on eth0\n" + bsd)),
          "? (1.2.3.6) at (incomplete) on eth0 PUB\n" + bsd}};
@@ -205,7 +209,7 @@ TEST(StreamTest, ReadsStopAtTheDataWritesGrowAndFillGapsAndMisuseRaises) {
     }
     // A zero-length access at the very end of a block touches nothing and is allowed.
     MemoryBlock block(8);
-    EXPECT_EQ(block.StringValue(8, 0).bytes() + block.bytes(), std::string(8, '\0'));
+    EXPECT_EQ(block.StringValue(8, 0).bytes() + block.StringValue(0, 8).bytes(), std::string(8, 0));
     EXPECT_THROW(block.UInt32Value(kMax), OutOfBoundsException);
     // A failed flush raises from Close, but the destructor swallows it.
     auto full = BinaryStream::Create(String("/dev/full"));
