@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <stdexcept>
 #include <thread>
 
+#include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
 #include "host/ConsoleApplication.h"
@@ -16,6 +19,7 @@
 #include "host/IOException.h"
 #include "host/Shell.h"
 #include "host/ShellNotRunningException.h"
+#include "host/SystemTools.h"
 #include "host/TCPSocket.h"
 
 namespace {
@@ -63,19 +67,16 @@ TEST_F(PumpTest, HandlersFailOnlyInsideThePumpAndPostedTasksWaitForTheNextTurn) 
     }
     const int ready = ::eventfd(1, EFD_CLOEXEC);  // readable until read: the watch is ready
     auto id = pump.watch(ready, POLLIN, [](short) { throw std::bad_alloc(); });
-    EXPECT_EQ(handled, Names{});
     pump.runOnce(0);
     pump.unwatch(id);
     ::close(ready);
     EXPECT_EQ(std::exchange(handled, {}), (Names{"IOException", "OutOfBoundsException",
                                                  "RuntimeException", "OutOfMemoryException"}));
-    // Each task posts the next, which must not wait for the turn's poll to time out.
+    // A task posted by a task waits for the next turn, which must not wait for its poll to end.
     std::vector<int> order;
     std::function<void(int)> chain = [&](int n) {
         order.push_back(n);
-        if (n % 10 < 3) {
-            pump.post([&chain, n] { chain(n + 1); });
-        }
+        pump.post([&chain, n] { n % 10 < 3 ? chain(n + 1) : void(); });
     };
     pump.post([&] { chain(1); });
     pump.post([&] { chain(11); });
@@ -113,18 +114,19 @@ std::shared_ptr<RecordingShell> shellIn(std::int64_t mode) {
     return shell;
 }
 
-TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
-    // command, parameters (nullptr: none) -> code, output
+TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpCompletesThem) {
+    // command, parameters (nullptr: none) -> code, output. Children speak the C locale, whatever
+    // ours is, so that what they print can be parsed; printf is found through PATH; a grandchild
+    // that keeps the output open must not hold the run past the child's end.
+    // clang-format off
     const std::vector<std::tuple<const char*, const char*, std::int64_t, std::string>> cases = {
-        {"exit 3", nullptr, 3, ""},
-        {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"},
-        {"kill -9 $$", nullptr, 137, ""},
-        {"/nonexistent/tool", "-x", 127, ""},
-        // printf is named without a directory: it is found through PATH.
-        {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"},
-        // A grandchild that keeps the output open must not hold the run past the child's end.
-        {"sleep 90 & echo end", nullptr, 0, "end\n"},
+        {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"}, {"/nonexistent/tool", "-x", 127, ""},
+        {"echo \"$LC_ALL ${LANGUAGE-unset}\"", nullptr, 0, "C unset\n"}, {"exit 3", nullptr, 3, ""},
+        {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"}, {"sleep 90 & echo x", nullptr, 0, "x\n"},
         {"head -c 300000 /dev/zero", nullptr, 0, std::string(300000, '\0')}};
+    // clang-format on
+    ::setenv("LC_ALL", "de_DE.UTF-8", 1);
+    ::setenv("LANGUAGE", "de", 1);
     for (std::int64_t mode : {0, 1}) {
         for (const auto& [command, parameters, code, result] : cases) {
             SCOPED_TRACE(std::string(command) + ", mode " + std::to_string(mode));
@@ -138,10 +140,16 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModes) {
             EXPECT_TRUE(finish(shell) == std::vector{End(code, result)});
         }
     }
-}
-
-// Close kills, a wait serves nothing, and every Execute completes once, in the pump.
-TEST_F(PumpTest, ShellCloseAndWaitLeaveEveryCompletionToThePump) {
+    ::unsetenv("LC_ALL");
+    ::unsetenv("LANGUAGE");
+    // Arguments reach the program as they are, with no shell in between.
+    auto shell = shellIn(0);
+    shell->Execute("cat; echo end");  // stdin is empty
+    EXPECT_EQ(shell->Result().bytes(), "end\n");
+    shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
+    EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
+    EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
+    // Close kills, a wait serves nothing, and every Execute completes once, in the pump.
     auto closed = shellIn(1), twice = shellIn(1), waited = shellIn(1);
     closed->Execute("sleep 30");
     closed->Close();
@@ -157,25 +165,11 @@ TEST_F(PumpTest, ShellCloseAndWaitLeaveEveryCompletionToThePump) {
     EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
     EXPECT_TRUE(RecordingShell::ends.empty());
     waited->Execute("sleep 30");
+    waited->Write(host::String(std::string(1 << 20, 'x')));  // unread, so mostly lost
     waited->waitWhileRunning(50);
     EXPECT_TRUE(waited->IsRunning());
     waited->Close();
     EXPECT_EQ(finish(waited), (std::vector{End(4, ""), End(5, ""), End(137, "")}));
-
-    auto shell = shellIn(0);
-    shell->Execute("cat; echo end");  // stdin is empty
-    EXPECT_EQ(shell->Result().bytes(), "end\n");
-    // Arguments reach the program as they are, with no shell in between.
-    shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
-    EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
-    // Children speak the C locale, whatever ours is, so that what they print can be parsed.
-    ::setenv("LC_ALL", "de_DE.UTF-8", 1);
-    ::setenv("LANGUAGE", "de", 1);
-    shell->executeArguments("/bin/sh", {"-c", "echo \"$LC_ALL ${LANGUAGE-unset}\""});
-    ::unsetenv("LC_ALL");
-    ::unsetenv("LANGUAGE");
-    EXPECT_EQ(shell->Result().bytes(), "C unset\n");
-    EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
 }
 
 class RecordingSocket : public host::TCPSocket {
@@ -191,89 +185,92 @@ protected:
     }
 };
 
-std::shared_ptr<RecordingSocket> connectTo(std::int64_t port) {
+// Write sends what the kernel takes without waiting for a pump, and past the high-water mark the
+// socket stops reading, so the peer's bytes wait in TCP; after the drain it reads again. Nothing is
+// lost either way, every end is reported once, after the bytes before it, and a failure found
+// inside Connect still waits for the pump.
+TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfterItsData) {
+    testsupport::LoopbackServer server;
+    // Every byte value, and more than the kernel's buffers of both ends take.
+    std::string up(std::size_t{16} << 20, '\0'), received;
+    std::iota(up.begin(), up.end(), '\0');
+    const std::string down = up.substr(0, 3 << 20);
     auto socket = std::make_shared<RecordingSocket>();
     socket->Address = "127.0.0.1";
-    socket->Port = port;
+    socket->Port = server.port();
     socket->Connect();
-    return socket;
-}
-
-TEST_F(PumpTest, SocketWritesArriveWholeAndInOrderThenPeerCloseRaisesOneError) {
-    // Every byte value; more than one turn reads and more than one send() takes.
-    testsupport::LoopbackServer server;
-    std::string down(3 << 20, '\0'), received;
-    std::iota(down.begin(), down.end(), '\0');
-    const std::string up = down + down + down;
-    auto socket = connectTo(server.port());
-    // Queued until connected; the second piece must leave after the first.
-    socket->Write(host::String(up.substr(0, 6)));
-    socket->Write(host::String(up.substr(6)));
-    ASSERT_TRUE(server.accept());
-    // The peer's last bytes and its close may come in one read: the bytes are reported first.
-    std::thread peer([&] {
-        server.send(down);
-        received = server.receive(20s, up.size());
-        server.send("end");
-        server.closeClient();
-    });
-    EXPECT_TRUE(pumpUntil([&] { return !socket->events.empty() && !socket->IsConnected(); }));
-    peer.join();
-    host::ConsoleApplication::DoEvents(50);
-    EXPECT_TRUE(received == up);
-    ASSERT_GE(socket->events.size(), 3u);
-    Names expected(socket->events.size() - 1, "data");
-    expected.front() = "connected";
-    expected.push_back("error 0");
-    EXPECT_EQ(socket->events, expected);
-    EXPECT_TRUE(socket->ReadAll().sameBytes(host::String(down + "end")));
-}
-
-// A peer that reads nothing: Write sends what the kernel takes without waiting for a pump, and
-// past the high-water mark the socket stops reading, so the peer's bytes wait in TCP. Once the
-// peer has read everything, the socket reads again, and nothing was lost either way. Paused again,
-// a peer that goes away is still noticed, once.
-TEST_F(PumpTest, SocketStopsReadingWhileBackedUpResumesAfterTheDrainAndStillSeesTheEnd) {
-    testsupport::LoopbackServer server;
-    auto socket = connectTo(server.port());
-    ASSERT_TRUE(server.accept() && pumpUntil([&] { return socket->IsConnected(); }));
-    // More than the kernel's buffers of both ends take.
-    const std::string owed(std::size_t{16} << 20, 'o');
-    // From 64 KiB on, Write sends at once.
-    socket->Write(host::String(owed.substr(0, 64 << 10)));
+    socket->Write(host::String(up.substr(0, 6)));  // queued until connected
+    ASSERT_TRUE(server.accept() && pumpUntil([&] { return socket->BytesLeftToSend() == 0; }));
+    socket->Write(host::String(up.substr(6, 64 << 10)));  // from 64 KiB on, sent at once
     EXPECT_EQ(socket->BytesLeftToSend(), 0);
-    socket->Write(host::String(owed.substr(64 << 10)));
-    EXPECT_LT(socket->BytesLeftToSend(), static_cast<std::int64_t>(owed.size()));
+    socket->Write(host::String(up.substr(6 + (64 << 10))));
     EXPECT_TRUE(socket->IsBackedUp());
     server.send("waits");
     host::ConsoleApplication::DoEvents(100);
     EXPECT_EQ(socket->events, Names{"connected"});
-    std::string received;
-    std::thread peer([&] { received = server.receive(20s, owed.size()); });
-    EXPECT_TRUE(
-        pumpUntil([&] { return socket->events.size() > 1 && socket->BytesLeftToSend() == 0; }));
+    std::thread peer([&] {
+        received = server.receive(20s, up.size());
+        server.send(down);  // more than one turn reads
+    });
+    EXPECT_TRUE(pumpUntil([&] {
+        return socket->BytesAvailable() == 5 + std::ssize(down) && socket->BytesLeftToSend() == 0;
+    }));
     peer.join();
-    EXPECT_TRUE(received == owed);
-    EXPECT_EQ(socket->ReadAll().bytes(), "waits");
+    EXPECT_TRUE(received == up);
     EXPECT_FALSE(socket->IsBackedUp());
-    socket->Write(host::String(owed));
-    ASSERT_TRUE(socket->IsBackedUp());
-    server.closeClient();  // with our bytes unread, so the link is reset
+    EXPECT_TRUE(socket->ReadAll().sameBytes(host::String("waits" + down)));
+    socket->events = {};
+    // The peer's last bytes and its close may come in one read: the bytes are reported first.
+    server.send("end");
+    server.closeClient();
     EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    EXPECT_EQ(socket->ReadAll().bytes(), "end");
+    // Paused again, a peer that goes away with our bytes unread resets the link.
+    socket->Connect();
+    socket->Write(host::String(up));
+    ASSERT_TRUE(server.accept() &&
+                pumpUntil([&] { return socket->BytesLeftToSend() < std::ssize(up); }));
+    server.closeClient();
+    EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    socket->Port = 70000;
+    socket->Connect();
+    EXPECT_EQ(socket->events.size(), 4u);
     host::ConsoleApplication::DoEvents(20);
-    EXPECT_EQ(socket->events, (Names{"connected", "data", "error " + std::to_string(ECONNRESET)}));
+    EXPECT_EQ(socket->events,
+              (Names{"data", "error 0", "connected", "error " + std::to_string(ECONNRESET),
+                     "error " + std::to_string(EINVAL)}));
 }
 
-// A port out of range fails inside Connect itself; its report must still wait for the pump.
-TEST_F(PumpTest, SocketFailureToConnectArrivesOnceInsideThePump) {
-    for (auto [port, error] :
-         {std::pair{testsupport::refusedPort(), ECONNREFUSED}, {70000, EINVAL}}) {
-        auto socket = connectTo(port);
-        EXPECT_TRUE(socket->events.empty());
-        EXPECT_TRUE(pumpUntil([&] { return !socket->events.empty(); }));
-        host::ConsoleApplication::DoEvents(20);
-        EXPECT_EQ(socket->events, Names{"error " + std::to_string(error)}) << port;
-    }
+using Texts = std::vector<std::string>;
+
+// The fake fping's runs, sorted, as they ran side by side, once the fill has no child left.
+Texts fill(const testsupport::FakeNetwork& network, host::Shell& shell,
+           std::vector<host::LocalNetworks::Lan> lans) {
+    host::SystemTools::fillNeighbours(shell, host::LocalNetworks::fillRanges(lans));
+    EXPECT_TRUE(pumpUntil([&] { return !shell.IsRunning(); }));
+    Texts calls = network.fillCalls();
+    std::sort(calls.begin(), calls.end());
+    network.forgetCalls();
+    return calls;
+}
+
+// Four tools at one request every 16 ms are one request every 4 ms; up to 768 addresses go at
+// full speed. A fill still running when the next starts is ended by it.
+TEST_F(PumpTest, FillRunsEveryBlockAtOncePacesBigLansAndEndsALateFill) {
+    testsupport::FakeNetwork network;
+    auto shell = std::make_shared<host::Shell>();
+    const Texts paced = fill(network, *shell, {{0x0A000000, 22}});
+    EXPECT_EQ(std::pair(paced.size(), paced[3]),
+              std::pair(4ul, std::string("[-q][-r][0][-t][50][-i][16][-g][10.0.3.1][10.0.3.254]")));
+    std::ofstream(network.folder() + "/fping-sleep") << "30\n";
+    host::SystemTools::fillNeighbours(*shell, host::LocalNetworks::fillRanges({{0x0A000000, 23}}));
+    EXPECT_TRUE(pumpUntil([&] { return network.fillCalls().size() == 2; }));
+    std::filesystem::remove(network.folder() + "/fping-sleep");
+    network.forgetCalls();
+    EXPECT_EQ(fill(network, *shell, {{0xC0A80700, 24}, {0x0A000000, 23}}),
+              (Texts{"[-q][-r][0][-t][50][-i][1][-g][10.0.0.1][10.0.1.0]",
+                     "[-q][-r][0][-t][50][-i][1][-g][10.0.1.1][10.0.1.254]",
+                     "[-q][-r][0][-t][50][-i][1][-g][192.168.7.1][192.168.7.254]"}));
 }
 
 }  // namespace
