@@ -20,28 +20,24 @@ def checksum(data):
     return ~total & 0xFFFF
 
 
-def main():
-    lost, delay, seconds = int(sys.argv[1]), float(sys.argv[2]), float(sys.argv[3])
-    sock = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_ICMP)
-    end = time.monotonic() + seconds
-    print("ready", flush=True)
-    requests = 0
-    while (left := end - time.monotonic()) > 0:
-        sock.settimeout(left)
-        try:
-            packet, (sender, _) = sock.recvfrom(2048)
-        except socket.timeout:
-            break
-        message = bytearray(packet[(packet[0] & 0x0F) * 4:])  # past the IP header
-        if len(message) < 8 or message[0] != 8:  # 8: an echo request
-            continue
-        requests += 1
-        if requests <= lost:
-            continue
-        message[0] = 0  # an echo reply
-        message[2:4] = b"\0\0"
-        message[2:4] = checksum(bytes(message)).to_bytes(2, "big")
-        threading.Timer(delay, sock.sendto, (bytes(message), (sender, 0))).start()
-
-
-main()
+lost, delay, seconds = int(sys.argv[1]), float(sys.argv[2]), float(sys.argv[3])
+sock = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_ICMP)
+end = time.monotonic() + seconds
+print("ready", flush=True)
+requests = 0
+while (left := end - time.monotonic()) > 0:
+    sock.settimeout(left)
+    try:
+        packet, (sender, _) = sock.recvfrom(2048)
+    except socket.timeout:
+        break
+    message = bytearray(packet[(packet[0] & 0x0F) * 4:])  # past the IP header
+    if len(message) < 8 or message[0] != 8:  # 8: an echo request
+        continue
+    requests += 1
+    if requests <= lost:
+        continue
+    message[0] = 0  # an echo reply
+    message[2:4] = b"\0\0"
+    message[2:4] = checksum(bytes(message)).to_bytes(2, "big")
+    threading.Timer(delay, sock.sendto, (bytes(message), (sender, 0))).start()

@@ -104,12 +104,8 @@ void BridgedNetwork::removeAll() {
 }
 
 const BridgedNetwork::Host& BridgedNetwork::host(const std::string& role) const {
-    for (const Host& host : hosts_) {
-        if (host.role == role) {
-            return host;
-        }
-    }
-    throw std::out_of_range("no host " + role);
+    const auto found = std::ranges::find(hosts_, role, &Host::role);
+    return found != hosts_.end() ? *found : throw std::out_of_range("no host " + role);
 }
 
 std::string BridgedNetwork::name(const std::string& role) const {

@@ -11,16 +11,13 @@ InNamespace::InNamespace(const std::string& path) {
         return;
     }
     // Namespaces belong to threads: this thread's, not the process's.
-    const int home = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    home_ = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
     const int target = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (home >= 0 && target >= 0 && ::setns(target, CLONE_NEWNET) == 0) {
-        home_ = home;
-    } else if (home >= 0) {
-        ::close(home);
+    if (home_ >= 0 && (target < 0 || ::setns(target, CLONE_NEWNET) != 0)) {
+        ::close(home_);
+        home_ = -1;
     }
-    if (target >= 0) {
-        ::close(target);
-    }
+    ::close(target);  // harmless when it did not open
 }
 
 InNamespace::~InNamespace() {
