@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -67,7 +66,10 @@ ambrelis-sim: unknown option --bogus (see --help))"},
         std::string message;
         options = sim::SimOptions();
         EXPECT_EQ(options.parse(arguments, message), sim::SimOptions::Outcome::Error);
-        EXPECT_EQ(std::regex_replace(message, std::regex(file), "units"), expected);
+        for (std::size_t at; (at = message.find(file)) != std::string::npos;) {
+            message.replace(at, file.size(), "units");
+        }
+        EXPECT_EQ(message, expected);
     }
     ::unlink(file.c_str());
     // The good lines are what the driver is sent, under the keys it reads.
@@ -126,7 +128,8 @@ TEST(TableDisplayTest, FitsEveryLineToTheTerminalAndSaysWhatEachRowShows) {
     const sim::TableDisplay display(table, clock);
     std::string shown;
     for (const std::string& line : display.screen(12, "title\nsweep 1", 80, 20)) {
-        shown += std::regex_replace(line, std::regex("^\\d\\d:\\d\\d:\\d\\d "), "hh:mm:ss ") + "\n";
+        const bool stamped = line.size() > 8 && line[2] == ':' && line[5] == ':' && line[8] == ' ';
+        shown += (stamped ? "hh:mm:ss" + line.substr(8) : line) + "\n";
     }
     EXPECT_EQ(shown, R"(title
 sweep 1
