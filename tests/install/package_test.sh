@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs the build the two ways a user does (into a prefix, and from the Debian package into
-# an empty root), runs what was installed, and checks the package as Debian checks its own.
+# Installs the build into a prefix and from its package into an empty root, runs both, and lints.
 set -euo pipefail
 build=$1
 scratch=$(mktemp -d)
@@ -10,7 +9,6 @@ fail() { echo "$*"; exit 1; }
 banner=$'Ambrelis Arp Table Presence Driver\r\nCopyright Tamsvale. All rights reserved.\r\nversion 2 (build 003)\r'
 pages=(man8/arp-presence.8.gz man1/ambrelis-sim.1.gz)
 
-# $1 is the installed prefix: bin/ and share/.
 check_installed() {
     local bin=$1/bin
     [ "$("$bin/arp-presence" only-one)" = "$banner" ] || fail "bad banner from $bin"
@@ -48,8 +46,7 @@ for option in $("$root/usr/bin/ambrelis-sim" --help | grep -o -- '--[a-z-]*' | s
     grep -qw -- "$option" <<<"$manual" || fail "ambrelis-sim(1) does not tell of $option"
 done
 
-# Among its errors and warnings: unstripped programs, no copyright file, manual pages that man
-# warns about. Its notes (I:) are shown only.
+# Its errors and warnings include unstripped programs, no copyright, manual pages man warns about.
 command -v lintian >/dev/null || fail "lintian is needed to check the package"
 lintian --display-info --fail-on error,warning "$deb" 2>/dev/null || fail "lintian objects"
 echo "installed and ran from $(basename "$deb") ($depends)"

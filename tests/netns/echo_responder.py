@@ -1,11 +1,6 @@
 #!/usr/bin/env python3
-# Answers echo requests in place of the kernel of the namespace it runs in, which must ignore
-# them, the way a poor link does:
-#
-#     echo_responder.py LOST DELAY SECONDS
-#
-# drops the first LOST requests, answers the others DELAY seconds late, and ends after SECONDS.
-# It prints "ready" once it listens.
+# echo_responder.py LOST DELAY SECONDS: answers echo for the namespace's kernel, which ignores it,
+# like a poor link: drops the first LOST requests, answers the rest DELAY s late, prints "ready".
 import socket
 import sys
 import threading

@@ -9,13 +9,10 @@
 
 namespace {
 
-using testsupport::CommandOutcome;
-using testsupport::runCommand;
-
 // Runs a shell script that stops at its first failure. Nothing when it succeeds; else its last
 // two lines of output, the failing command's trace and its complaint.
 std::string failureOf(const std::string& script) {
-    CommandOutcome outcome = runCommand("set -ex\n{\n" + script + "} 2>&1");
+    auto outcome = testsupport::runCommand("set -ex\n{\n" + script + "} 2>&1");
     if (outcome.status == 0) {
         return "";
     }

@@ -2,14 +2,10 @@
 
 namespace testsupport {
 
-namespace {
-
-std::size_t readLE16(const std::string& bytes, std::size_t at) {
+static std::size_t readLE16(const std::string& bytes, std::size_t at) {
     return static_cast<unsigned char>(bytes[at]) |
            (static_cast<std::size_t>(static_cast<unsigned char>(bytes[at + 1])) << 8);
 }
-
-}  // namespace
 
 std::string multiPacket(const std::vector<std::pair<std::string, std::string>>& pairs) {
     std::string body;

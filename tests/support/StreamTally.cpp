@@ -6,12 +6,6 @@
 
 namespace testsupport {
 
-namespace {
-
-constexpr std::string_view kDropNote = " log lines given up while Ambrelis was not reading them";
-
-}  // namespace
-
 void StreamTally::feed(std::string_view bytes) {
     pending_.append(bytes);
     ControllerView view = readControllerStream(pending_);
@@ -22,6 +16,8 @@ void StreamTally::feed(std::string_view bytes) {
 }
 
 void StreamTally::count(std::string_view message) {
+    constexpr std::string_view kDropNote =
+        " log lines given up while Ambrelis was not reading them";
     if (message == "mcmd=PSrp") {
         ++answers;
         return;

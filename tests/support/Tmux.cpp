@@ -10,17 +10,13 @@
 
 namespace testsupport {
 
-namespace {
-
-std::string quoted(const std::string& text) {
+static std::string quoted(const std::string& text) {
     std::string out = "'";
     for (const char c : text) {
         out += c == '\'' ? std::string("'\\''") : std::string(1, c);
     }
     return out + "'";
 }
-
-}  // namespace
 
 Tmux::Tmux(const std::string& command, int columns, int lines) {
     static std::atomic<int> count{0};
