@@ -19,16 +19,16 @@
 #include "MultiPacketReader.h"
 #include "ReceivedMessages.h"
 #include "host/ConsoleApplication.h"
-#include "host/LocalNetworks.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
-#include "host/SystemTools.h"
+#include "scan/LocalNetworks.h"
+#include "scan/SystemTools.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-using host::LocalNetworks::Lan;
+using LocalNetworks::Lan;
 
 constexpr std::uint32_t kTen = 10U << 24;
 
@@ -38,8 +38,8 @@ void BM_NeighbourFill(benchmark::State& state, std::vector<Lan> lans) {
     testsupport::FakeNetwork network;
     auto fill = host::New<host::Shell>();
     for (auto _ : state) {
-        benchmark::DoNotOptimize(host::LocalNetworks::current());
-        host::SystemTools::fillNeighbours(*fill, host::LocalNetworks::fillRanges(lans));
+        benchmark::DoNotOptimize(LocalNetworks::current());
+        SystemTools::startFill(*fill, LocalNetworks::fillRanges(lans));
         while (fill->IsRunning()) {
             host::ConsoleApplication::DoEvents(5);
         }

@@ -17,6 +17,7 @@
 #include "host/TypeMismatchException.h"
 #include "host/UnsupportedFormatException.h"
 #include "link/AmbrelisSupport.h"
+#include "scan/SweepTiming.h"
 #include "scan/cScanner.h"
 #include "wire/cAmbrelisCommand.h"
 
@@ -24,7 +25,6 @@ using host::String;
 
 namespace {
 
-constexpr double kSweepPeriodSeconds = 30.0;
 const char* const kCreditLine = "Copyright Tamsvale. All rights reserved.";
 
 template <class T>
@@ -75,7 +75,7 @@ App::App() {
 }
 
 bool App::sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now) {
-    return now.TotalSeconds() - lastSweepEnd.TotalSeconds() > kSweepPeriodSeconds;
+    return now.TotalSeconds() - lastSweepEnd.TotalSeconds() > SweepTiming::kPeriodSeconds;
 }
 
 std::int64_t App::Event_Run(const host::Array<String>& args) {
@@ -114,18 +114,25 @@ std::int64_t App::Event_Run(const host::Array<String>& args) {
             host::Date lastSweepEnd;
 
             while (!Globals::DoQuit) {
-                DoEvents(250);
-                if (sweepIsDue(lastSweepEnd, host::Date())) {
+                DoEvents(SweepTiming::kLoopTurnMilliseconds);
+                const host::Date now;
+                if (sweepIsDue(lastSweepEnd, now)) {
                     Globals::gScanner->DoScan();
                     lastSweepEnd = host::Date();
+                } else {
+                    Globals::gScanner->prepareScan(
+                        SweepTiming::kPeriodSeconds -
+                        (now.TotalSeconds() - lastSweepEnd.TotalSeconds()));
                 }
             }
         }
     }
 
     // Pings still running are not waited for.
-    for (int turn = 1; turn <= 100; ++turn) {
-        DoEvents(10);
+    constexpr std::int64_t kLastTurnMilliseconds = 10;
+    for (std::int64_t turn = 1;
+         turn <= SweepTiming::kLastEventsMilliseconds / kLastTurnMilliseconds; ++turn) {
+        DoEvents(kLastTurnMilliseconds);
     }
     return 0;
 }

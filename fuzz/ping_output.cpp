@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "FuzzInput.h"
-#include "host/SystemTools.h"
+#include "scan/SystemTools.h"
 #include "scan/cDevice.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::int64_t exitCode = data[0];
-    const auto outcome = host::SystemTools::probeOutcome(exitCode, fuzz::bytes(data + 1, size - 1));
+    const auto outcome = SystemTools::probeOutcome(exitCode, fuzz::bytes(data + 1, size - 1));
     fuzz::require(outcome.exitCode == exitCode || (exitCode == 1 && outcome.exitCode == 0),
                   "only the tool's 'fewer replies' code turns good");
     if (outcome.exitCode != 0) {

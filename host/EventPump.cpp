@@ -79,10 +79,17 @@ void EventPump::run(std::int64_t milliseconds) {
         runOnce(0);
         return;
     }
+    runUntil(milliseconds, [] { return false; });
+}
+
+void EventPump::runUntil(std::int64_t milliseconds, const std::function<bool()>& done) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-    do {
+    while (!done()) {
         runOnce(millisecondsUntil(deadline));
-    } while (Clock::now() < deadline);
+        if (Clock::now() >= deadline) {
+            return;
+        }
+    }
 }
 
 void EventPump::runOnce(int timeoutMs) {

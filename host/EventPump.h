@@ -32,6 +32,9 @@ public:
     // The host's DoEvents: serves events until about `milliseconds` have passed, sleeping in
     // poll() in between. 0 or less serves what is ready now and returns.
     void run(std::int64_t milliseconds);
+    // Serves events until `done` holds, checked before each wait, or about `milliseconds` have
+    // passed.
+    void runUntil(std::int64_t milliseconds, const std::function<bool()>& done);
     // One turn: posted tasks, then one poll() of at most timeoutMs, then its ready handlers.
     void runOnce(int timeoutMs);
     // Serves only the given watch, without waiting (a socket's or a child's own Poll).

@@ -5,16 +5,17 @@
 #include "core/Globals.h"
 #include "host/ConsoleApplication.h"
 #include "host/StringFunctions.h"
-#include "host/SystemTools.h"
 #include "link/AmbrelisSupport.h"
+#include "scan/SweepTiming.h"
+#include "scan/SystemTools.h"
 #include "wire/cAmbrelisCommand.h"
 
 using host::String;
 
 namespace {
 
-// At most six children at once: a new ping starts only while five or fewer run.
-constexpr std::int64_t kMostOutstanding = 5;
+// A new ping starts only while fewer than the most run.
+constexpr std::int64_t kMostOutstanding = SweepTiming::kMostPings - 1;
 constexpr std::int64_t kWaitSliceMilliseconds = 100;
 // An arp host stays ON through failed pings for this long after its last answer.
 constexpr double kArpGraceSeconds = 1020.0;
@@ -33,13 +34,13 @@ void cDevice::DoPing() {
         Globals::writelog(
             (useArpTiming ? "pinging local host at: " : "pinging remote host: ") + MyIPAddress, 2);
     }
-    host::SystemTools::startProbe(*this, MyIPAddress);
+    SystemTools::startProbe(*this, MyIPAddress);
 }
 
 void cDevice::Event_Completed() {
     // First, so that the count stays right whatever happens below.
     Globals::outstandingPings -= 1;
-    const auto outcome = host::SystemTools::probeOutcome(ErrorCode(), Result());
+    const auto outcome = SystemTools::probeOutcome(ErrorCode(), Result());
     if (outcome.exitCode == 0) {
         goodPing(outcome.output);
     } else {

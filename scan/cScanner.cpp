@@ -2,9 +2,7 @@
 
 #include "core/Globals.h"
 #include "host/Date.h"
-#include "host/Shell.h"
 #include "host/StringFunctions.h"
-#include "host/SystemTools.h"
 
 using host::String;
 
@@ -56,16 +54,14 @@ void cScanner::Constructor() {
 }
 
 void cScanner::DoScan() {
-    // Synchronous: the sweep blocks while the two tools run.
-    auto shell = host::New<host::Shell>();
     if (Globals::DebugMode) {
         Globals::writelog("begin arp scan", 1);
     }
-    // A fill of up to 768 addresses is over when this returns; a bigger one shows in full at
-    // the next sweep.
-    host::SystemTools::fillNeighbourTable(
-        *shell, *fill_, host::LocalNetworks::fillRanges(host::LocalNetworks::current()));
-    enterArpLines(host::SystemTools::neighbourTable(*shell));
+    // Only a table the fill is done with shows every host that is there.
+    fill_.waitUntilOver();
+    const NeighbourTable::Reading table = readNeighbours();
+    tell(table.complaints);
+    enterArpLines(table.lines);
     pingWhatIsDue(HostDict);
 }
 
@@ -73,8 +69,8 @@ String cScanner::GetMacAddress(const String& line) {
     return host::NthField(host::NthField(line, "at ", 2), " on", 1);
 }
 
-void cScanner::enterArpLines(const String& table) {
-    for (const String& line : host::Split(table, host::Chr(10))) {
+void cScanner::enterArpLines(const std::vector<String>& lines) {
+    for (const String& line : lines) {
         const String mac = GetMacAddress(line);
         if (mac.empty() || mac == "ff:ff:ff:ff:ff:ff" || mac == "(incomplete)") {
             continue;
@@ -89,6 +85,14 @@ void cScanner::enterArpLines(const String& table) {
             auto device = host::New<cDevice>();
             HostDict->SetValue(mac, device);
             device->LoadFromArpLine(line);
+        }
+    }
+}
+
+void cScanner::tell(const std::vector<NeighbourTable::Complaint>& complaints) {
+    for (const NeighbourTable::Complaint& complaint : complaints) {
+        if (told_.insert(complaint.problem).second) {
+            Globals::writelog(String(complaint.text), 4);
         }
     }
 }

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <functional>
+#include <set>
+#include <vector>
+
 #include "host/Dictionary.h"
 #include "host/Ref.h"
-#include "host/Shell.h"
 #include "host/String.h"
+#include "scan/NeighbourFill.h"
+#include "scan/NeighbourTable.h"
 #include "scan/cDevice.h"
 #include "store/CXML.h"
 
@@ -25,9 +30,16 @@ public:
     virtual void gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>& command);
     virtual void unitDeleted(const host::Ref<cAmbrelisCommand>& command);
 
-private:
-    void enterArpLines(const host::String& table);
+    // Where the sweep reads the neighbour table; tests give a table of their own.
+    std::function<NeighbourTable::Reading()> readNeighbours = NeighbourTable::read;
+    // Fills the neighbour table ahead of the sweep due in that many seconds.
+    void prepareScan(double secondsToSweep) { fill_.startAhead(secondsToSweep); }
 
-    // Runs the tools that make hosts which ignore broadcast echo show in the neighbour table.
-    host::Ref<host::Shell> fill_ = host::New<host::Shell>();
+private:
+    void enterArpLines(const std::vector<host::String>& lines);
+    // Each kind of trouble with the table is told once, not every sweep.
+    void tell(const std::vector<NeighbourTable::Complaint>& complaints);
+
+    NeighbourFill fill_;
+    std::set<NeighbourTable::Problem> told_;
 };

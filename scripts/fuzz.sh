@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${FUZZ_BUILD_DIR:-$root/build-fuzz}
 scratch=${FUZZ_SCRATCH:-$build/fuzz-scratch}
-all_targets=(link_delivery common_message multi_packet cxml_string cxml_file arp_output ping_output)
+all_targets=(link_delivery common_message multi_packet cxml_string cxml_file ping_output neighbour_dump)
 # Standard output is dropped: the driver's log lines go there while no link stands.
 common_flags=(-timeout=10 -rss_limit_mb=2048 -close_fd_mask=1)
 

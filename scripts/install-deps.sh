@@ -3,12 +3,12 @@
 # missing. Needs root (or sudo) only when something is missing.
 set -euo pipefail
 
-# The driver runs the system's ping, arp and fping. The real-network test makes namespaces with
+# The driver runs the system's ping and fping. The real-network test makes namespaces with
 # iproute2 and a German locale from the locales package; dpkg-dev finds the package's library
 # needs and lintian checks it; clang builds the fuzzers and checks the code; tmux gives the
 # simulator's screen tests a terminal of a known size; python3 answers echo like a poor link in
 # the real-network test.
-packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping net-tools fping iproute2
+packages=(cmake make g++ libgtest-dev libbenchmark-dev iputils-ping fping iproute2
           locales dpkg-dev lintian clang libclang-rt-14-dev clang-tidy tmux python3)
 
 missing=()

@@ -4,11 +4,12 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include "DriverFixture.h"
 #include "UnitList.h"
-#include "host/LocalNetworks.h"
+#include "scan/LocalNetworks.h"
 #include "wire/cAmbrelisCommand.h"
 
 // The wall clock as the driver reads it. Stopped (not 0), it lets a test put a date exactly at a
@@ -24,6 +25,7 @@ extern "C" int clock_gettime(clockid_t id, timespec* now) noexcept {
 
 namespace {
 
+using namespace std::chrono_literals;
 using testsupport::FakeNetwork;
 using testsupport::unitList;
 
@@ -123,17 +125,20 @@ TEST_F(ScanTest, SixPingsRunAtOnceAndDroppedDevicesStillEnd) {
 }
 
 TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
-    network.setArpTable(
-        "Address HWtype HWaddress Flags Mask Iface\n"
-        "? (10.0.0.1) at 02:00:00:00:00:01 [ether] on eth0\n"
-        "? (10.0.0.2) at <incomplete> on eth0\n"
-        "? (10.0.0.255) at ff:ff:ff:ff:ff:ff [ether] on eth0\n"
-        "? (10.0.0.3) at 2:0:0:0:0:3 [ether] on eth0\r\n"
-        "? (10.0.0.4) at 02:00:00:00:00:03 [ether] on eth0\n"
-        "? (10.0.0.5) at 02:00:00:00:00:01 [ether] on eth0\n"
-        "? (10.0.0.6) at 02:00:00:00:00:0A [ether] on eth0\n"
-        "? (10.0.0.7) at 02:00:00:00:00:0a [ether] PERM on eth0\n"
-        "? (10.0.0.8) at de:ad:be:ef:00:08\n");
+    // The table as the sweep reads it: what the kernel gives, and lines only a tool would print,
+    // which the sweep reads by the same rules.
+    const std::vector<host::String> table = {"Address HWtype HWaddress Flags Mask Iface",
+                                             "? (10.0.0.1) at 02:00:00:00:00:01 on eth0",
+                                             "? (10.0.0.2) at (incomplete) on eth0",
+                                             "? (10.0.0.255) at ff:ff:ff:ff:ff:ff on eth0",
+                                             "? (10.0.0.3) at 2:0:0:0:0:3 on eth0\r",
+                                             "? (10.0.0.4) at 02:00:00:00:00:03 on eth0",
+                                             "? (10.0.0.5) at 02:00:00:00:00:01 on eth0",
+                                             "? (10.0.0.6) at 02:00:00:00:00:0A on eth0",
+                                             "? (10.0.0.7) at 02:00:00:00:00:0a on eth0 PERM",
+                                             "? (10.0.0.8) at de:ad:be:ef:00:08",
+                                             ""};
+    Globals::gScanner->readNeighbours = [&table] { return NeighbourTable::Reading{table, {}}; };
     // An arp host or not, available or not, the time since its last ping and answer, pinged.
     const std::vector<std::tuple<bool, bool, std::optional<double>, bool>> rows = {
         {true, false, 3600.5, true}, {true, false, 3600, true}, {true, false, {}, true},
@@ -184,11 +189,59 @@ TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
     EXPECT_FALSE(hosts().HasKey("02:00:00:00:02:0"));
     EXPECT_FALSE(std::filesystem::exists(network.folder() + "/touched"));
     // Every block of this machine's LANs is asked for, from the fake of the fill tool.
-    const auto blocks = host::LocalNetworks::fillRanges(host::LocalNetworks::current()).size();
+    const auto blocks = LocalNetworks::fillRanges(LocalNetworks::current()).size();
     for (int turn = 0; turn < 200 && network.fillCalls().size() < blocks; ++turn) {
         host::ConsoleApplication::DoEvents(10);
     }
     EXPECT_EQ(network.fillCalls().size(), blocks);
+}
+
+// The sweep reads the table only once the fill's tools have ended. The first sweep holds the link
+// meanwhile, so that a unit list comes only after its table; later ones find their fill started
+// ahead and serve the link while they wait. Each kind of trouble with the table is told once,
+// and the sweep goes on with what came.
+TEST_F(ScanTest, TheTableIsReadOnceTheFillIsOverAndEachTroubleIsToldOnce) {
+    using Problem = NeighbourTable::Problem;
+    std::ofstream(network.folder() + "/fill-sleep") << "0.4\n";
+    const std::vector<std::vector<NeighbourTable::Complaint>> complaints = {
+        {{Problem::CutShort, "cut"}, {Problem::OddHardware, "odd"}},
+        {{Problem::CutShort, "cut again"}, {Problem::InterfaceGone, "gone"}}};
+    // The fill's tools last 0.4 s: a table read sooner was read too soon.
+    auto begun = std::chrono::steady_clock::now();
+    std::vector<bool> fillOver;
+    Globals::gScanner->readNeighbours = [&] {
+        fillOver.push_back(std::chrono::steady_clock::now() - begun >= 400ms);
+        return NeighbourTable::Reading{{"? (10.0.0.1) at 02:00:00:00:00:01 on eth0"},
+                                       complaints.at(fillOver.size() - 1)};
+    };
+    const auto fills = [this] {
+        return network.fillCalls().size() +
+               std::ranges::count(network.pingCalls(), FakeNetwork::kBroadcastCall);
+    };
+    // What the controller got, log lines by their text alone.
+    const auto sweep = [this] {
+        server.send(testsupport::multiPacket({{"mcmd", "ping"}}));
+        Globals::gScanner->DoScan();
+        Lines sent;
+        for (const std::string& message : settle()) {
+            const bool told = message.starts_with("mcmd=WrtL Valu=4");
+            sent.push_back(told ? message.substr(message.rfind('=') + 1) : message);
+        }
+        std::erase_if(sent, [](const std::string& message) {
+            return message.find("addr=") != std::string::npos;
+        });
+        return sent;
+    };
+    EXPECT_EQ(sweep(), (Lines{"cut", "odd", "mcmd=PSrp"}));
+    const std::size_t tools = fills();
+    Globals::gScanner->prepareScan(1000);
+    EXPECT_EQ(fills(), tools);
+    begun = std::chrono::steady_clock::now();
+    Globals::gScanner->prepareScan(0.1);
+    EXPECT_EQ(sweep(), (Lines{"mcmd=PSrp", "gone"}));
+    EXPECT_EQ(fills(), 2 * tools);
+    EXPECT_EQ(fillOver, (std::vector<bool>{true, true}));
+    EXPECT_TRUE(hosts().HasKey("02:00:00:00:00:01"));
 }
 
 TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) {

@@ -4,13 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <stdexcept>
 #include <thread>
 
-#include "FakeNetwork.h"
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
 #include "host/ConsoleApplication.h"
@@ -19,7 +16,6 @@
 #include "host/IOException.h"
 #include "host/Shell.h"
 #include "host/ShellNotRunningException.h"
-#include "host/SystemTools.h"
 #include "host/TCPSocket.h"
 
 namespace {
@@ -164,6 +160,9 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     waited->waitWhileRunning(20000);  // returns once both have ended, long before its limit
     EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
     EXPECT_TRUE(RecordingShell::ends.empty());
+    // A pump until a condition holds returns as soon as it does.
+    pump.runUntil(20000, [] { return RecordingShell::ends.size() == 2; });
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 20s);
     waited->Execute("sleep 30");
     waited->Write(host::String(std::string(1 << 20, 'x')));  // unread, so mostly lost
     waited->waitWhileRunning(50);
@@ -239,38 +238,6 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
     EXPECT_EQ(socket->events,
               (Names{"data", "error 0", "connected", "error " + std::to_string(ECONNRESET),
                      "error " + std::to_string(EINVAL)}));
-}
-
-using Texts = std::vector<std::string>;
-
-// The fake fping's runs, sorted, as they ran side by side, once the fill has no child left.
-Texts fill(const testsupport::FakeNetwork& network, host::Shell& shell,
-           std::vector<host::LocalNetworks::Lan> lans) {
-    host::SystemTools::fillNeighbours(shell, host::LocalNetworks::fillRanges(lans));
-    EXPECT_TRUE(pumpUntil([&] { return !shell.IsRunning(); }));
-    Texts calls = network.fillCalls();
-    std::sort(calls.begin(), calls.end());
-    network.forgetCalls();
-    return calls;
-}
-
-// Four tools at one request every 16 ms are one request every 4 ms; up to 768 addresses go at
-// full speed. A fill still running when the next starts is ended by it.
-TEST_F(PumpTest, FillRunsEveryBlockAtOncePacesBigLansAndEndsALateFill) {
-    testsupport::FakeNetwork network;
-    auto shell = std::make_shared<host::Shell>();
-    const Texts paced = fill(network, *shell, {{0x0A000000, 22}});
-    EXPECT_EQ(std::pair(paced.size(), paced[3]),
-              std::pair(4ul, std::string("[-q][-r][0][-t][50][-i][16][-g][10.0.3.1][10.0.3.254]")));
-    std::ofstream(network.folder() + "/fping-sleep") << "30\n";
-    host::SystemTools::fillNeighbours(*shell, host::LocalNetworks::fillRanges({{0x0A000000, 23}}));
-    EXPECT_TRUE(pumpUntil([&] { return network.fillCalls().size() == 2; }));
-    std::filesystem::remove(network.folder() + "/fping-sleep");
-    network.forgetCalls();
-    EXPECT_EQ(fill(network, *shell, {{0xC0A80700, 24}, {0x0A000000, 23}}),
-              (Texts{"[-q][-r][0][-t][50][-i][1][-g][10.0.0.1][10.0.1.0]",
-                     "[-q][-r][0][-t][50][-i][1][-g][10.0.1.1][10.0.1.254]",
-                     "[-q][-r][0][-t][50][-i][1][-g][192.168.7.1][192.168.7.254]"}));
 }
 
 }  // namespace

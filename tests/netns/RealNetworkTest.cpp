@@ -20,7 +20,7 @@
 #include "RunCommand.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
-#include "host/SystemTools.h"
+#include "scan/SystemTools.h"
 
 // The driver on a home network as it comes (BridgedNetwork::home()), with the system's own
 // ping, arp and fping, and the controller on loopback inside the driver's namespace.
@@ -157,9 +157,9 @@ TEST_F(RealNetworkTest, TheProbeSendsExactlyTwoRequestsAndEndsWithinAboutThreeSe
         }
         auto shell = host::New<host::Shell>();
         const auto begun = Clock::now();
-        host::SystemTools::startProbe(*shell, host::String(address));
+        SystemTools::startProbe(*shell, host::String(address));
         const double took = seconds(Clock::now() - begun);
-        const auto outcome = host::SystemTools::probeOutcome(shell->ErrorCode(), shell->Result());
+        const auto outcome = SystemTools::probeOutcome(shell->ErrorCode(), shell->Result());
         EXPECT_NE(outcome.output.view().find("2 packets transmitted"), std::string::npos)
             << what << ":\n"
             << outcome.output.view();

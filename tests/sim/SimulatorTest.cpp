@@ -8,6 +8,7 @@
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
+#include "PrivateNetwork.h"
 #include "Tmux.h"
 #include "store/CXML.h"
 #include "tools/sim/SimOptions.h"
@@ -17,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-constexpr double kPeriod = sim::SweepClock::kPeriodSeconds;
+const double kFirstGap = sim::SweepClock::gapAfter(1), kGap = sim::SweepClock::gapAfter(2);
 
 // Every bad argument and every kind of line a units file may hold (the file is called "units" in
 // what is said): parse says all that is wrong, until an unknown option; it wins over --help. The
@@ -79,22 +80,23 @@ ambrelis-sim: unknown option --bogus (see --help))"},
     EXPECT_EQ(data->GetContainer("unit", 2)->GetStringValue("Name").bytes(), "Phone X");
 }
 
-// The first sweep starts with the unit request, here at 10 s; a "begin arp scan" early in a sweep
-// moves its start, a late one starts the next sweep before it was expected. Each sweep is told
-// once its pings are over, with the reports that came in it; turns missed are caught up in order.
+// The first sweep starts with the unit request, here at 10 s, and waits for its fill; a "begin arp
+// scan" early in a sweep moves its start, a late one starts the next sweep before it was expected.
+// Each sweep is told once its pings are over, with the reports that came in it; turns missed are
+// caught up in order.
 TEST(SweepClockTest, CountsSweepsFromTheUnitRequestAndFollowsTheDriversOwnMark) {
     sim::SweepClock clock;
     clock.unitsAsked(10);
     clock.logLine(14, "begin arp scan");
     EXPECT_EQ(clock.sweepAt(20), 1);
-    EXPECT_NEAR(clock.nextIn(20).value_or(-1), 14 + kPeriod - 20, 1e-9);
-    clock.logLine(11 + kPeriod, "begin arp scan");
-    EXPECT_EQ(clock.sweepAt(12 + kPeriod), 2);
-    EXPECT_NEAR(clock.nextIn(12 + kPeriod).value_or(-1), kPeriod - 1, 1e-9);
-    for (const double at : {12 + kPeriod, 13 + kPeriod, 12 + 2 * kPeriod}) {
+    EXPECT_NEAR(clock.nextIn(20).value_or(-1), 14 + kFirstGap - 20, 1e-9);
+    clock.logLine(11 + kFirstGap, "begin arp scan");
+    EXPECT_EQ(clock.sweepAt(12 + kFirstGap), 2);
+    EXPECT_NEAR(clock.nextIn(12 + kFirstGap).value_or(-1), kGap - 1, 1e-9);
+    for (const double at : {12 + kFirstGap, 13 + kFirstGap, 12 + kFirstGap + kGap}) {
         clock.reported(at);
     }
-    EXPECT_EQ(clock.takeSummaries(11 + 3 * kPeriod + sim::SweepClock::kPingsOverSeconds),
+    EXPECT_EQ(clock.takeSummaries(11 + kFirstGap + 2 * kGap + sim::SweepClock::pingsOverAfter(4)),
               (std::vector<std::string>{"sweep 1: nothing found in the neighbour table",
                                         "sweep 2: 2 reports", "sweep 3: 1 report",
                                         "sweep 4: no change reported"}));
@@ -153,7 +155,7 @@ hh:mm:ss kept ä€\x1b[2J\x0d\x0a\x09\x00\x7f\xc2\x9b\x80\xff\xc0\xaf\xed\xa0\x
 keys: p ping   d debug on/off   D debug (control)   c/q close
 )");
     // A wider terminal widens the names.
-    EXPECT_EQ(display.screen(2 + kPeriod, "", 120, 30)[5],
+    EXPECT_EQ(display.screen(2 + kFirstGap, "", 120, 30)[5],
               "10.0.0.77         Küchentür and garage door" + std::string(33, ' ') +
                   "-     first ping under way");
 }
@@ -169,8 +171,11 @@ std::string driver(const testsupport::FakeNetwork& network, const std::string& s
 // Runs the simulator without a terminal, where it writes a line per event; a bad argument starts
 // no driver.
 void run(int exitStatus, const std::vector<std::string>& arguments,
-         const std::vector<std::string>& lines) {
-    testsupport::DriverProcess simulator(arguments, AMBRELIS_SIM_PATH);
+         const std::vector<std::string>& lines,
+         const testsupport::PrivateNetwork* network = nullptr) {
+    testsupport::DriverProcess simulator(
+        network != nullptr ? network->arguments(AMBRELIS_SIM_PATH, arguments) : arguments,
+        network != nullptr ? testsupport::PrivateNetwork::kLauncher : AMBRELIS_SIM_PATH);
     ASSERT_EQ(simulator.waitForExit(25s), exitStatus) << simulator.output();
     for (const std::string& line : lines) {
         EXPECT_NE(simulator.output().find(line), std::string::npos) << line << simulator.output();
@@ -178,11 +183,15 @@ void run(int exitStatus, const std::vector<std::string>& arguments,
     EXPECT_EQ(simulator.output().find("(pid ") == std::string::npos, exitStatus == 2);
 }
 
-// The driver reads each unit of the list, under its own id. However a driver ends before it
-// connects, that is a failure.
+// The driver reads each unit of the list, under its own id, and finds the router in the
+// neighbour table of a network of its own. However a driver ends before it connects, that is a
+// failure.
 TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
     const testsupport::FakeNetwork network;
-    network.setArpTable("? (192.168.5.1) at 02:fc:aa:bb:cc:dd [ether] on eth0\n");
+    const testsupport::PrivateNetwork lan("192.168.5.2/24", {{"192.168.5.1", "02:fc:aa:bb:cc:dd"}});
+    if (!lan.whyNot().empty()) {
+        GTEST_SKIP() << lan.whyNot();
+    }
     network.answer("192.168.5.1", "up 0.364");
     run(0,
         {"--port=0", "--for", "3", "--id=c-9", "--unit", "1, Router, 02:FC:AA:BB:CC:DD", "--unit",
@@ -192,7 +201,8 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
          "s NoOp 02:fc:aa:bb:cc:dd  Router  0.364 ms  IP 192.168.5.1\n",
          "s log: creating a new ping device for unit with Address: 192.168.5.8\n",
          "s sent close (--for 3 s are over)\n", "s log: arp Plugin shutting down...\n",
-         "s the driver ended: exit status 0\n"});
+         "s the driver ended: exit status 0\n"},
+        &lan);
     run(2, {"--unit", "1, Router, 10.0.0"}, {});
     // A driver without a greeting still has its messages read: bytes that begin no message, and a
     // length too short for one, are skipped to the next. The script asks for its units, the last

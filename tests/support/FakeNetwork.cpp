@@ -28,10 +28,6 @@ FakeNetwork::~FakeNetwork() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-void FakeNetwork::setArpTable(const std::string& text) const {
-    std::ofstream(folder_ + "/arp", std::ios::binary) << text;
-}
-
 void FakeNetwork::answer(const std::string& address, const std::string& behaviour) const {
     std::ofstream(folder_ + "/answers/" + address) << behaviour << "\n";
 }

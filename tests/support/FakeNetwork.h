@@ -5,7 +5,7 @@
 
 namespace testsupport {
 
-// A network made of the fake `ping`, `arp` and `fping` of tests/fakes, put first on PATH for as
+// A network made of the fake `ping` and `fping` of tests/fakes, put first on PATH for as
 // long as the object lives. The fakes read their answers from a folder of their own.
 class FakeNetwork {
 public:
@@ -15,8 +15,6 @@ public:
     FakeNetwork& operator=(const FakeNetwork&) = delete;
 
     const std::string& folder() const { return folder_; }
-    // What `arp -a -n` prints.
-    void setArpTable(const std::string& text) const;
     // How pings of `address` end: "up 0.050", "half 0.2", "slow 0.1", "lost", "unknown",
     // "garbage", "killed", or "hang 10" (runs ten seconds, then as "lost").
     void answer(const std::string& address, const std::string& behaviour) const;

@@ -51,9 +51,10 @@ void Simulator::notice(const std::string& text) {
 }
 
 double Simulator::closeSeconds(std::size_t hosts) {
-    const std::size_t beyondFirstRound = hosts > 6 ? hosts - 6 : 0;
-    const std::size_t rounds = (beyondFirstRound + 5) / 6;  // whole rounds of six pings
-    return kCloseBaseSeconds + kCloseSecondsPerSixHosts * static_cast<double>(rounds);
+    constexpr auto kRound = static_cast<std::size_t>(SweepTiming::kMostPings);
+    const std::size_t beyondFirstRound = hosts > kRound ? hosts - kRound : 0;
+    const std::size_t rounds = (beyondFirstRound + kRound - 1) / kRound;  // whole rounds
+    return kCloseBaseSeconds + SweepTiming::kProbeSeconds * static_cast<double>(rounds);
 }
 
 void Simulator::finish(int exitStatus, const std::string& text) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/Ref.h"
+#include "scan/SweepTiming.h"
 #include "tools/sim/DriverChild.h"
 #include "tools/sim/DriverStream.h"
 #include "tools/sim/Listener.h"
@@ -27,11 +28,11 @@ namespace sim {
 class Simulator {
 public:
     static constexpr double kConnectSeconds = 20;
-    // After "close" the driver may finish the sweep under way: 2 s of fill, a round of six
-    // pings of up to 3 s for every six hosts beyond the first six, and about 1.5 s of last
-    // events before it ends; 1.5 s more for a busy machine.
-    static constexpr double kCloseBaseSeconds = 5;
-    static constexpr double kCloseSecondsPerSixHosts = 3;
+    // After "close" the driver may finish the sweep under way: the first sweep's wait for its
+    // fill (a later sweep stops waiting at a close), a round of pings for every round's worth of
+    // hosts beyond the first, and its last events before it ends; 2 s more for a busy machine.
+    static constexpr double kCloseBaseSeconds =
+        SweepTiming::kBroadcastSeconds + SweepTiming::kLastEventsMilliseconds / 1000.0 + 2;
     // The first sweep's hosts are reported only as their pings end, so until then a driver may
     // be busy with more hosts than it has reported: at least this many are assumed, as on a
     // home LAN.

@@ -3,7 +3,28 @@
 #include <algorithm>
 #include <cmath>
 
+#include "scan/SweepTiming.h"
+
 namespace sim {
+
+namespace {
+
+// The run loop looks whether a sweep is due once a turn.
+constexpr double kPeriod =
+    SweepTiming::kPeriodSeconds + SweepTiming::kLoopTurnMilliseconds / 1000.0;
+constexpr double kFirstFill = SweepTiming::kBroadcastSeconds;
+
+}  // namespace
+
+double SweepClock::gapAfter(int sweep) {
+    return kPeriod + (sweep == 1 ? kFirstFill : 0);
+}
+
+double SweepClock::pingsOverAfter(int sweep) {
+    // A margin for the report to cross the link.
+    constexpr double kMargin = 0.5;
+    return (sweep == 1 ? kFirstFill : 0) + SweepTiming::kProbeSeconds + kMargin;
+}
 
 void SweepClock::unitsAsked(double at) {
     anchor_ = at;
@@ -16,7 +37,7 @@ void SweepClock::logLine(double at, const std::string& text) {
     }
     // A start well into the sweep under way is the next one's, come before it was expected.
     const int under = sweepAt(at);
-    anchorSweep_ = at - startOf(under) > kPeriodSeconds / 2 ? under + 1 : under;
+    anchorSweep_ = at - startOf(under) > gapAfter(under) / 2 ? under + 1 : under;
     anchor_ = at;
 }
 
@@ -28,12 +49,19 @@ int SweepClock::sweepAt(double at) const {
     if (!anchor_) {
         return 0;
     }
-    const double sweeps = std::floor((at - *anchor_) / kPeriodSeconds);
-    return std::max(0, anchorSweep_ + static_cast<int>(sweeps));
+    const double first = startOf(1);
+    if (at < first) {
+        return 0;
+    }
+    const double second = first + gapAfter(1);
+    return at < second ? 1 : 2 + static_cast<int>(std::floor((at - second) / kPeriod));
 }
 
 double SweepClock::startOf(int sweep) const {
-    return anchor_.value_or(0) + (sweep - anchorSweep_) * kPeriodSeconds;
+    // Only the gap after the first sweep differs.
+    const auto pastFirst = [](int n) { return n > 1 ? kFirstFill : 0; };
+    return anchor_.value_or(0) + (sweep - anchorSweep_) * kPeriod + pastFirst(sweep) -
+           pastFirst(anchorSweep_);
 }
 
 std::optional<double> SweepClock::nextIn(double at) const {
@@ -45,7 +73,8 @@ std::optional<double> SweepClock::nextIn(double at) const {
 
 std::vector<std::string> SweepClock::takeSummaries(double at) {
     std::vector<std::string> lines;
-    while (anchor_ && told_ + 1 <= sweepAt(at) && at >= startOf(told_ + 1) + kPingsOverSeconds) {
+    while (anchor_ && told_ + 1 <= sweepAt(at) &&
+           at >= startOf(told_ + 1) + pingsOverAfter(told_ + 1)) {
         told_ += 1;
         const auto found = reports_.find(told_);
         const int count = found != reports_.end() ? found->second : 0;

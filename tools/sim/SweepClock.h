@@ -7,16 +7,17 @@
 
 namespace sim {
 
-// The driver's sweeps as the simulator can tell them from the wire alone. The first starts when
-// the driver asks for its units; each next one starts 30 s after the previous one read the
-// neighbour table, which is about 2 s after it started. With debug mode on, the driver's
-// "begin arp scan" marks a start exactly and the clock follows it.
+// The driver's sweeps as the simulator can tell them from the wire alone, by the driver's own
+// timing. The first starts when the driver asks for its units and waits for its neighbour fill;
+// each next one starts a period after the previous one ended, and finds its fill, which runs
+// ahead of it, over. With debug mode on, the driver's "begin arp scan" marks a start exactly and
+// the clock follows it.
 class SweepClock {
 public:
-    // The fill takes at most 2 s, the pump looks every 0.25 s, and the rest is 30 s.
-    static constexpr double kPeriodSeconds = 32.25;
-    // How long after its start a sweep's pings are over: the fill, then a 3 s ping.
-    static constexpr double kPingsOverSeconds = 5.5;
+    // From the start of `sweep` to the start of the next.
+    static double gapAfter(int sweep);
+    // How long after its start a sweep's pings are over: its wait for the fill, then a probe.
+    static double pingsOverAfter(int sweep);
 
     void unitsAsked(double at);
     void logLine(double at, const std::string& text);

@@ -8,7 +8,7 @@ struct ifaddrs;
 
 // The IPv4 LANs this machine sits on, read from its interfaces, and the addresses of each that
 // a neighbour fill asks for. Addresses are numbers in host byte order.
-namespace host::LocalNetworks {
+namespace LocalNetworks {
 
 struct Lan {
     std::uint32_t network;
@@ -44,4 +44,4 @@ std::vector<Range> fillRanges(const std::vector<Lan>& lans);
 
 std::string dotted(std::uint32_t address);
 
-}  // namespace host::LocalNetworks
+}  // namespace LocalNetworks

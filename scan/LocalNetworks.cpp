@@ -1,4 +1,4 @@
-#include "host/LocalNetworks.h"
+#include "scan/LocalNetworks.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <bit>
 
-namespace host::LocalNetworks {
+namespace LocalNetworks {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::string dotted(std::uint32_t address) {
            std::to_string((address >> 8) & 0xff) + "." + std::to_string(address & 0xff);
 }
 
-}  // namespace host::LocalNetworks
+}  // namespace LocalNetworks
