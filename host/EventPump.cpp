@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cstring>
 #include <string>
 #include <utility>
 
+#include "host/Deadline.h"
 #include "host/ExceptionWrapper.h"
 #include "host/IOException.h"
 
@@ -15,18 +15,9 @@ namespace host {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// Rounded up: a poll() that wakes a fraction of a millisecond early would otherwise be asked
-// for 0 and spin until the deadline.
-int millisecondsUntil(Clock::time_point deadline) {
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
-}
-
 // poll() that resumes after a signal (EINTR) with the time still left.
 int pollFor(pollfd* fds, nfds_t count, int timeoutMs) {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    const Deadline deadline = Deadline::in(std::chrono::milliseconds(std::max(timeoutMs, 0)));
     for (;;) {
         int ready = ::poll(fds, count, timeoutMs);
         if (ready >= 0) {
@@ -37,7 +28,7 @@ int pollFor(pollfd* fds, nfds_t count, int timeoutMs) {
             throw IOException(String(std::string("poll: ") + std::strerror(error)), error);
         }
         if (timeoutMs > 0) {
-            timeoutMs = millisecondsUntil(deadline);
+            timeoutMs = deadline.pollTimeout();
         }
     }
 }
@@ -83,10 +74,10 @@ void EventPump::run(std::int64_t milliseconds) {
 }
 
 void EventPump::runUntil(std::int64_t milliseconds, const std::function<bool()>& done) {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+    const Deadline deadline = Deadline::in(std::chrono::milliseconds(milliseconds));
     while (!done()) {
-        runOnce(millisecondsUntil(deadline));
-        if (Clock::now() >= deadline) {
+        runOnce(deadline.pollTimeout());
+        if (deadline.passed()) {
             return;
         }
     }

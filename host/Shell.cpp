@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -17,10 +16,12 @@
 #include <string_view>
 #include <utility>
 
+#include "host/Deadline.h"
 #include "host/IOException.h"
 #include "host/ShellNotRunningException.h"
 #include "host/Spawn.h"
 #include "host/TCPSocket.h"
+#include "host/UniqueFd.h"
 
 namespace host {
 
@@ -29,32 +30,6 @@ namespace {
 // A child flooding its pipe must not starve the rest of the pump.
 constexpr std::size_t kReadPerTurn = 1 << 20;
 constexpr std::int64_t kCouldNotStart = 127;
-
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    UniqueFd& operator=(UniqueFd&& other) noexcept {
-        reset();
-        fd_ = std::exchange(other.fd_, -1);
-        return *this;
-    }
-
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-    void reset() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-            fd_ = -1;
-        }
-    }
-
-private:
-    int fd_ = -1;
-};
 
 void pidfdKill(int pidfd) {
     ::syscall(SYS_pidfd_send_signal, pidfd, SIGKILL, nullptr, 0);
@@ -278,19 +253,13 @@ void Shell::Close() {
 }
 
 void Shell::waitWhileRunning(std::int64_t milliseconds) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+    const Deadline deadline = Deadline::in(std::chrono::milliseconds(milliseconds));
     std::vector<pollfd> running;
     for (const auto& child : children_) {
         running.push_back({child->pidfd.get(), POLLIN, 0});
     }
-    while (!running.empty()) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) {
-            return;
-        }
-        const int ready = ::poll(running.data(), running.size(),
-                                 static_cast<int>(std::min<std::int64_t>(left.count(), INT_MAX)));
+    while (!running.empty() && !deadline.passed()) {
+        const int ready = ::poll(running.data(), running.size(), deadline.pollTimeout());
         if (ready < 0 && errno != EINTR) {
             return;
         }

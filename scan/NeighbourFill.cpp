@@ -1,6 +1,7 @@
 #include "scan/NeighbourFill.h"
 
 #include "core/Globals.h"
+#include "host/Deadline.h"
 #include "host/EventPump.h"
 #include "scan/LocalNetworks.h"
 #include "scan/SweepTiming.h"
@@ -21,10 +22,9 @@ void NeighbourFill::waitUntilOver() {
         start();
         tools_->waitWhileRunning(SweepTiming::kBroadcastSeconds * 1000);
     } else {
-        const auto left = *plannedEnd_ + kOverrun - Clock::now();
+        const host::Deadline deadline(*plannedEnd_ + kOverrun);
         host::EventPump::instance().runUntil(
-            std::chrono::ceil<std::chrono::milliseconds>(left).count(),
-            [this] { return !tools_->IsRunning() || Globals::DoQuit; });
+            deadline.pollTimeout(), [this] { return !tools_->IsRunning() || Globals::DoQuit; });
     }
     plannedEnd_.reset();
 }

@@ -16,6 +16,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "host/UniqueFd.h"
 #include "scan/LocalNetworks.h"
 
 namespace {
@@ -41,23 +42,6 @@ std::uint32_t nextSequence() {
 std::string withErrno(const std::string& call) {
     return call + ": " + std::strerror(errno);
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // What one dump brought, and what went wrong with it: the first detail of each kind.
 struct Dump {
@@ -140,7 +124,7 @@ void receive(int fd, NeighbourDump& reading, Dump& dump) {
 
 Dump dumpOnce() {
     Dump dump;
-    const Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+    const host::UniqueFd socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
     if (socket.get() < 0) {
         dump.note(Problem::NoSocket, withErrno("socket(NETLINK_ROUTE)"));
         return dump;
