@@ -3,6 +3,7 @@
 #include "core/Globals.h"
 #include "host/Deadline.h"
 #include "host/EventPump.h"
+#include "link/AmbrelisSupport.h"
 #include "scan/LocalNetworks.h"
 #include "scan/SweepTiming.h"
 #include "scan/SystemTools.h"
@@ -20,6 +21,9 @@ void NeighbourFill::waitUntilOver() {
         // at most: the unit list must come after its table, or units the table holds would be
         // answered OFF. What the fill has not reached by then shows at the next sweep.
         start();
+        if (AmbrelisSupport::AmbrelisSocket) {
+            AmbrelisSupport::AmbrelisSocket->Flush();  // "getUnits" must not wait for the table
+        }
         tools_->waitWhileRunning(SweepTiming::kBroadcastSeconds * 1000);
     } else {
         const host::Deadline deadline(*plannedEnd_ + kOverrun);

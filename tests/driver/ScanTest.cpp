@@ -197,9 +197,9 @@ TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
 }
 
 // The sweep reads the table only once the fill's tools have ended. The first sweep holds the link
-// meanwhile, so that a unit list comes only after its table; later ones find their fill started
-// ahead and serve the link while they wait. Each kind of trouble with the table is told once,
-// and the sweep goes on with what came.
+// meanwhile, so that a unit list comes only after its table, but what was sent before it waits
+// for no table; later ones find their fill started ahead and serve the link while they wait.
+// Each kind of trouble with the table is told once, and the sweep goes on with what came.
 TEST_F(ScanTest, TheTableIsReadOnceTheFillIsOverAndEachTroubleIsToldOnce) {
     using Problem = NeighbourTable::Problem;
     std::ofstream(network.folder() + "/fill-sleep") << "0.4\n";
@@ -209,8 +209,10 @@ TEST_F(ScanTest, TheTableIsReadOnceTheFillIsOverAndEachTroubleIsToldOnce) {
     // The fill's tools last 0.4 s: a table read sooner was read too soon.
     auto begun = std::chrono::steady_clock::now();
     std::vector<bool> fillOver;
+    std::string beforeTheTable;
     Globals::gScanner->readNeighbours = [&] {
         fillOver.push_back(std::chrono::steady_clock::now() - begun >= 400ms);
+        beforeTheTable += fillOver.size() == 1 ? server.receive(0ms) : "";
         return NeighbourTable::Reading{{"? (10.0.0.1) at 02:00:00:00:00:01 on eth0"},
                                        complaints.at(fillOver.size() - 1)};
     };
@@ -232,7 +234,12 @@ TEST_F(ScanTest, TheTableIsReadOnceTheFillIsOverAndEachTroubleIsToldOnce) {
         });
         return sent;
     };
+    auto getUnits = host::New<cAmbrelisCommand>();
+    getUnits->Constructor();
+    getUnits->SetMulti("mcmd", "getUnits");
+    AmbrelisSupport::AmbrelisSocket->SendCommand(getUnits);
     EXPECT_EQ(sweep(), (Lines{"cut", "odd", "mcmd=PSrp"}));
+    EXPECT_EQ(testsupport::readControllerStream(beforeTheTable).inOrder, Lines{"mcmd=getUnits"});
     const std::size_t tools = fills();
     Globals::gScanner->prepareScan(1000);
     EXPECT_EQ(fills(), tools);
