@@ -1,34 +1,29 @@
-// The record store's costs on a unit list of 10,000 units with five keys each: the byte form
-// both ways, and the roster's walk by running number from a freshly loaded list.
+// The record store's costs on a unit list of 10,000 units: the byte form both ways, and the
+// roster's walk by running number from a freshly loaded list.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "Counters.h"
 #include "host/Ref.h"
 #include "host/String.h"
 #include "store/CXML.h"
+#include "store/UnitListRecord.h"
 
 namespace {
 
 constexpr int kUnits = 10000;
 
 host::Ref<CXML> makeUnitList() {
-    auto list = host::New<CXML>();
+    std::vector<UnitListRecord::Unit> units;
     for (int i = 0; i < kUnits; ++i) {
-        auto unit = host::New<CXML>();
-        unit->SetName("unit");
-        std::string n = std::to_string(i);
-        unit->SetIntegervalue("uniqueid", 100000 + i);
-        unit->SetStringValue("Name", host::String("Living room lamp " + n));
-        unit->SetStringValue("Address", host::String("192.168." + std::to_string(i / 250) + "." +
-                                                     std::to_string(i % 250)));
-        unit->SetStringValue("Type", "ping");
-        unit->SetStringValue("Location", "Ground floor");
-        list->InsertContainer(unit);
+        units.push_back({100000 + i,
+                         "192.168." + std::to_string(i / 250) + "." + std::to_string(i % 250),
+                         "Living room lamp " + std::to_string(i)});
     }
-    return list;
+    return UnitListRecord::of(units);
 }
 
 const host::String& unitListBytes() {

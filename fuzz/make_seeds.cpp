@@ -11,6 +11,7 @@
 
 #include "host/StringFunctions.h"
 #include "store/CXML.h"
+#include "store/UnitListRecord.h"
 #include "wire/cAmbrelisCommand.h"
 
 namespace {
@@ -54,22 +55,11 @@ host::Ref<CXML> record() {
     return made;
 }
 
-void addUnit(CXML& list, const char* name, const char* address, double id) {
-    auto unit = record();
-    unit->SetName("unit");
-    unit->SetStringValue("Name", name);
-    unit->SetStringValue("Address", address);
-    unit->SetDoubleValue("uniqueid", id);
-    list.InsertContainer(unit);
-}
-
 // Two ping units and one MAC unit, as the controller sends them.
 std::string unitList() {
-    auto list = record();
-    addUnit(*list, "Printer", "192.168.1.20", 17);
-    addUnit(*list, "Phone", "a4:5e:60:d1:22:9f", 18);
-    addUnit(*list, "NAS", "nas.local", 19);
-    return list->SaveToString().bytes();
+    return UnitListRecord::bytes({{17, "192.168.1.20", "Printer"},
+                                  {18, "a4:5e:60:d1:22:9f", "Phone"},
+                                  {19, "nas.local", "NAS"}});
 }
 
 // The record with the key a holding 1 and one empty child b.

@@ -1,6 +1,7 @@
 #include "core/Globals.h"
 #include "host/StringFunctions.h"
 #include "link/AmbrelisSupport.h"
+#include "scan/ArpLine.h"
 #include "scan/cDevice.h"
 #include "scan/cScanner.h"
 #include "wire/cAmbrelisCommand.h"
@@ -40,9 +41,9 @@ void cDevice::sendPresence(const char* word, bool asUpdate) {
 }
 
 void cDevice::LoadFromArpLine(const String& line) {
-    MyIPAddress = host::NthField(host::NthField(line, "(", 2), ")", 1);
-    // The same cut as the scanner's, so it gives the key the device stands under.
-    MyMacAddress = host::NthField(host::NthField(line, "at ", 2), " on", 1);
+    MyIPAddress = ArpLine::ipAddress(line);
+    // The scanner's own cut: the key the device stands under.
+    MyMacAddress = ArpLine::hardwareAddress(line);
     if (Globals::DebugMode) {
         Globals::writelog(
             "arp device found with IP: " + MyIPAddress + " and MAC of: " + MyMacAddress, 2);

@@ -3,6 +3,7 @@
 #include "core/Globals.h"
 #include "host/Date.h"
 #include "host/StringFunctions.h"
+#include "scan/ArpLine.h"
 
 using host::String;
 
@@ -66,7 +67,7 @@ void cScanner::DoScan() {
 }
 
 String cScanner::GetMacAddress(const String& line) {
-    return host::NthField(host::NthField(line, "at ", 2), " on", 1);
+    return ArpLine::hardwareAddress(line);
 }
 
 void cScanner::enterArpLines(const std::vector<String>& lines) {

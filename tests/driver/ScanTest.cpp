@@ -8,8 +8,8 @@
 #include <optional>
 
 #include "DriverFixture.h"
-#include "UnitList.h"
 #include "scan/LocalNetworks.h"
+#include "store/UnitListRecord.h"
 #include "wire/cAmbrelisCommand.h"
 
 // The wall clock as the driver reads it. Stopped (not 0), it lets a test put a date exactly at a
@@ -27,7 +27,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using testsupport::FakeNetwork;
-using testsupport::unitList;
 
 const std::string kMac = "a4:5e:60:1:b2:c3", kIp = "10.0.0.5";
 
@@ -151,7 +150,7 @@ TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
     const std::string evil = "1.2.3.4; " + touch + " $(" + touch + ") `" + touch + "`";
     // Rows 4 to 7 are unit hosts. Waiting for a free ping slot pumps; a deletion handled there
     // must not trip the pass.
-    const std::vector<testsupport::Unit> units = {
+    const std::vector<UnitListRecord::Unit> units = {
         {10, evil, ""},      {11, "-f", ""},      {12, " \tprinter ", ""},
         {13, "my host", ""}, {4, "10.2.0.4", ""}, {5, "10.2.0.5", ""},
         {6, "10.2.0.6", ""}, {7, "10.2.0.7", ""}, {99, "10.3.0.1", ""}};
@@ -161,7 +160,7 @@ TEST_F(ScanTest, TheSweepEntersTheArpTableAndPingsWhatIsDue) {
                                  "10.0.0.4", "10.0.0.7", "10.0.0.8"}) {
         expected.push_back(FakeNetwork::probeCall(argument));
     }
-    Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", unitList(units)}}));
+    Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", UnitListRecord::bytes(units)}}));
     server.send(
         testsupport::multiPacket({{"mcmd", "UnitDeleted"}, {"UnID", "99"}, {"addr", "10.3.0.1"}}));
     for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -254,11 +253,11 @@ TEST_F(ScanTest, TheTableIsReadOnceTheFillIsOverAndEachTroubleIsToldOnce) {
 TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) {
     arpHost("10.0.0.1", "02:00:00:00:00:01")->available = true;
     arpHost("10.0.0.2", "02:00:00:00:00:02");
-    const std::vector<testsupport::Unit> units = {
+    const std::vector<UnitListRecord::Unit> units = {
         {1, "10.4.0.1", ""},    {2, "02:00:00:00:00:01", ""}, {3, "02:00:00:00:00:02", ""},
         {4, "2:0:0:0:0:9", ""}, {5, "fe80::1", ""},           {1, "10.4.0.9", ""},
         {7, "10.4.0.7", ""}};
-    Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", unitList(units)}}));
+    Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", UnitListRecord::bytes(units)}}));
     const std::string creating =
         "mcmd=WrtL Valu=2 DATA=creating a new ping device for unit with Address: 10.4.0.";
     EXPECT_EQ(settle(), (Lines{creating + "1", "addr=02:00:00:00:00:01 UpDt=true mcmd=ON",
@@ -270,7 +269,7 @@ TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) 
     EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.9");
     // A list that cannot be read raises and changes no device: the second unit's record claims
     // a newer version of the format.
-    std::string data = unitList({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}});
+    std::string data = UnitListRecord::bytes({{1, "10.4.0.99", "Lamp"}, {2, "10.4.0.2", "Radio"}});
     data[data.rfind("Mfrq") + 4] = 0x42;
     EXPECT_THROW(Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", data}})),
                  host::RuntimeException);

@@ -16,7 +16,7 @@
 #include "ProcessStats.h"
 #include "ReceivedMessages.h"
 #include "StreamTally.h"
-#include "UnitList.h"
+#include "store/UnitListRecord.h"
 
 // The driver as the controller runs it: a child process with positional arguments, talking to
 // a fake controller on loopback, on a network of fake tools.
@@ -89,7 +89,7 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
     const double cpuBefore = testsupport::cpuSeconds(driver->pid());
     server.send(testsupport::multiPacket(
         {{"mcmd", "setUnits"},
-         {"DATA", testsupport::unitList({{1, "10.4.0.1", "Lamp"}, {2, "10.4.0.2", "Radio"}})}}));
+         {"DATA", UnitListRecord::bytes({{1, "10.4.0.1", "Lamp"}, {2, "10.4.0.2", "Radio"}})}}));
     EXPECT_EQ(messages.take(4, 40s),
               (Messages{log + "creating a new ping device for unit with Address: 10.4.0.1",
                         log + "creating a new ping device for unit with Address: 10.4.0.2",

@@ -7,7 +7,7 @@
 
 #include "../driver/DriverFixture.h"
 #include "ProcessStats.h"
-#include "UnitList.h"
+#include "store/UnitListRecord.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ TEST_F(SoakTest, FiveHundredSweepsLeaveNothingBehind) {
     Globals::gScanner->readNeighbours = [&table] { return NeighbourTable::Reading{table, {}}; };
     for (int sweep = 0; sweep < 500; ++sweep) {
         table.clear();
-        std::vector<testsupport::Unit> units;
+        std::vector<UnitListRecord::Unit> units;
         for (int i = 0; i < 50; ++i) {  // ten arp hosts, then hosts of ping units
             const bool arp = i < 10;
             const std::string ip = "10.9." + std::to_string(i / 10) + "." + std::to_string(i + 1);
@@ -45,12 +45,12 @@ TEST_F(SoakTest, FiveHundredSweepsLeaveNothingBehind) {
                 table.emplace_back("? (" + ip + ") at " + mac + " on eth0");
             }
             if (chance(arp ? 0.3 : 0.8)) {
-                units.push_back({100.0 + i, arp ? mac : ip, "unit " + std::to_string(i)});
+                units.push_back({100 + i, arp ? mac : ip, "unit " + std::to_string(i)});
             }
         }
         if (sweep % 20 == 0) {  // through the link, handed on inside whatever pump comes next
             server.send(testsupport::multiPacket(
-                {{"mcmd", "setUnits"}, {"DATA", testsupport::unitList(units)}}));
+                {{"mcmd", "setUnits"}, {"DATA", UnitListRecord::bytes(units)}}));
         }
         // Time passes between sweeps without being waited for.
         const double seconds = 30.0 + static_cast<double>(random() % 31);

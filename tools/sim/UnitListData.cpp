@@ -1,22 +1,14 @@
-#include "host/Ref.h"
-#include "store/CXML.h"
+#include "store/UnitListRecord.h"
 #include "tools/sim/UnitList.h"
 
 namespace sim {
 
 host::String UnitList::toData() const {
-    auto root = host::New<CXML>();
-    root->Constructor();
+    std::vector<UnitListRecord::Unit> units;
     for (const SimUnit& unit : units_) {
-        auto record = host::New<CXML>();
-        record->Constructor();
-        record->SetName("unit");
-        record->SetIntegervalue("uniqueid", unit.uniqueid);
-        record->SetStringValue("Name", host::String(std::string_view(unit.name)));
-        record->SetStringValue("Address", host::String(std::string_view(unit.address)));
-        root->InsertContainer(record);
+        units.push_back({unit.uniqueid, unit.address, unit.name});
     }
-    return root->SaveToString();
+    return UnitListRecord::of(units)->SaveToString();
 }
 
 }  // namespace sim
