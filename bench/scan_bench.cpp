@@ -4,7 +4,9 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,9 +25,12 @@ constexpr int kHosts = 1000;
 std::vector<testsupport::PrivateNetwork::Neighbour> neighbours() {
     std::vector<testsupport::PrivateNetwork::Neighbour> table;
     for (int i = 0; i < kHosts; ++i) {
-        const std::string low = std::to_string(i % 250 + 1);
-        const std::string high = std::to_string(i / 250);
-        table.push_back({"10.20." + high + "." + low, "02:00:00:00:0" + high + ":" + low});
+        const int high = i / 250;
+        const int low = i % 250 + 1;
+        std::array<char, 18> mac{};
+        std::snprintf(mac.data(), mac.size(), "02:00:00:00:%02x:%02x", high, low);
+        table.push_back(
+            {"10.20." + std::to_string(high) + "." + std::to_string(low), std::string(mac.data())});
     }
     return table;
 }

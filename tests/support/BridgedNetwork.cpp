@@ -22,26 +22,26 @@ std::string failureOf(const std::string& script) {
     return output.substr(last == std::string::npos ? 0 : output.rfind('\n', last - 1) + 1);
 }
 
-// The first three groups of the addresses of LAN n.
-std::string lanPrefix(int lan) {
-    return "10." + std::to_string(99 - lan) + ".0";
-}
-
 }  // namespace
 
 std::vector<BridgedNetwork::Host> BridgedNetwork::home() {
-    return {{"host1", 0, lanPrefix(0) + ".1", "02:00:00:00:00:01", true},
-            {"host2", 0, lanPrefix(0) + ".2", "02:00:00:00:00:02", true},
-            {"host3", 0, lanPrefix(0) + ".3", "02:00:00:00:00:03", false},
-            {"host4", 1, lanPrefix(1) + ".4", "02:00:00:00:00:04", true},
-            {"gateway", 2, lanPrefix(2) + ".1", "02:00:00:00:00:09", true}};
+    return {{"host1", 0, addressIn(0, 1), "02:00:00:00:00:01", true},
+            {"host2", 0, addressIn(0, 2), "02:00:00:00:00:02", true},
+            {"host3", 0, addressIn(0, 3), "02:00:00:00:00:03", false},
+            {"host4", 1, addressIn(1, 4), "02:00:00:00:00:04", true},
+            {"gateway", 2, addressIn(2, 1), "02:00:00:00:00:09", true}};
 }
 
-BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan) {
+std::string BridgedNetwork::addressIn(int lan, int offset) {
+    return "10." + std::to_string(99 - lan) + "." + std::to_string(offset / 256) + "." +
+           std::to_string(offset % 256);
+}
+
+BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan, const std::vector<int>& prefixes) {
     // The driver looks in the system folders too when PATH lacks a tool.
     whyNot_ = failureOf(
         "PATH=\"$PATH:/usr/sbin:/sbin\"\n"
-        "for tool in ip:iproute2 ping:iputils-ping arp:net-tools fping:fping; do\n"
+        "for tool in ip:iproute2 ping:iputils-ping fping:fping; do\n"
         "  command -v ${tool%:*} >/dev/null || { echo no ${tool%:*}, package ${tool#*:}; false; }\n"
         "done\n");
     if (whyNot_.empty() && ::geteuid() != 0) {
@@ -54,15 +54,20 @@ BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan) {
     const auto ip = [this](const std::string& role) { return "ip -n " + name(role) + " "; };
     std::string script = "ip netns add " + name("bridge") + "\nip netns add " + name("driver") +
                          "\n" + ip("driver") + "link set lo up\n";
-    // A veth from `device` in the namespace of `role` to a port of the bridge of `lan`.
-    const auto join = [&](const std::string& role, const std::string& device, int lan,
-                          const std::string& address, const std::string& mac) {
+    const auto prefixOf = [&prefixes](int lan) {
+        return std::to_string(lan < static_cast<int>(prefixes.size()) ? prefixes[lan] : 24);
+    };
+    // A veth from `device` in the namespace of `role` to a port of the bridge of `lan`; a host
+    // that joins later has its end left down.
+    const auto attach = [&](const std::string& role, const std::string& device, int lan,
+                            const std::string& address, const std::string& mac, bool up) {
         const std::string port = role + "-" + device, bridge = "br" + std::to_string(lan);
         script += "ip link add " + device + " netns " + name(role) +
                   (mac.empty() ? "" : " address " + mac) + " type veth peer name " + port +
                   " netns " + name("bridge") + "\n" + ip("bridge") + "link set " + port +
-                  " master " + bridge + " up\n" + ip(role) + "addr add " + address + "/24 dev " +
-                  device + "\n" + ip(role) + "link set " + device + " up\n";
+                  " master " + bridge + " up\n" + ip(role) + "addr add " + address + "/" +
+                  prefixOf(lan) + " dev " + device + "\n" +
+                  (up ? ip(role) + "link set " + device + " up\n" : "");
     };
     int lans = 0;
     for (const Host& host : plan) {
@@ -72,11 +77,11 @@ BridgedNetwork::BridgedNetwork(const std::vector<Host>& plan) {
         const std::string bridge = "br" + std::to_string(lan);
         script += ip("bridge") + "link add " + bridge + " type bridge\n" + ip("bridge") +
                   "link set " + bridge + " up\n";
-        join("driver", "eth" + std::to_string(lan), lan, lanPrefix(lan) + ".10", "");
+        attach("driver", "eth" + std::to_string(lan), lan, addressIn(lan, 10), "", true);
     }
     for (const Host& host : plan) {
         script += "ip netns add " + name(host.role) + "\n";
-        join(host.role, "eth0", host.lan, host.ip, host.mac);
+        attach(host.role, "eth0", host.lan, host.ip, host.mac, !host.joinsLater);
         if (!host.answersEcho) {
             script += "ip netns exec " + name(host.role) +
                       " sh -c 'echo 1 > /proc/sys/net/ipv4/icmp_echo_ignore_all'\n";
@@ -119,4 +124,8 @@ std::string BridgedNetwork::forgetNeighbours() const {
         script += "ip -n " + name(host.role) + " neigh flush all\n";
     }
     return failureOf(script);
+}
+
+std::string BridgedNetwork::join(const std::string& role) const {
+    return failureOf("ip -n " + name(host(role).role) + " link set eth0 up\n");
 }
