@@ -3,39 +3,32 @@
 #include "core/Globals.h"
 #include "host/Deadline.h"
 #include "host/EventPump.h"
-#include "link/AmbrelisSupport.h"
 #include "scan/LocalNetworks.h"
 #include "scan/SweepTiming.h"
 #include "scan/SystemTools.h"
 
 void NeighbourFill::startAhead(double secondsToSweep) {
-    if (!plannedEnd_ && lead_ > Clock::duration::zero() &&
-        std::chrono::duration<double>(secondsToSweep) <= lead_) {
+    // A fill ahead ends this much before the sweep, for the kernel's answers to its last
+    // requests and for the broadcast's.
+    constexpr auto kSettle = std::chrono::milliseconds(SweepTiming::kFillSettleMilliseconds);
+    if (!started_ && planned_ &&
+        std::chrono::duration<double>(secondsToSweep) <= *planned_ + kSettle) {
         start();
     }
 }
 
 void NeighbourFill::waitUntilOver() {
-    if (!plannedEnd_) {
-        // The first sweep, which no fill runs ahead of, holds the link for the broadcast's time
-        // at most: the unit list must come after its table, or units the table holds would be
-        // answered OFF. What the fill has not reached by then shows at the next sweep.
+    if (!started_) {
         start();
-        if (AmbrelisSupport::AmbrelisSocket) {
-            AmbrelisSupport::AmbrelisSocket->Flush();  // "getUnits" must not wait for the table
-        }
-        tools_->waitWhileRunning(SweepTiming::kBroadcastSeconds * 1000);
-    } else {
-        const host::Deadline deadline(*plannedEnd_ + kOverrun);
-        host::EventPump::instance().runUntil(
-            deadline.pollTimeout(), [this] { return !tools_->IsRunning() || Globals::DoQuit; });
     }
-    plannedEnd_.reset();
+    host::EventPump::instance().runUntil(
+        host::Deadline(*started_ + *planned_ + kOverrun).pollTimeout(),
+        [this] { return !fill_->IsRunning() || Globals::DoQuit; });
+    started_.reset();
 }
 
 void NeighbourFill::start() {
-    const auto planned =
-        SystemTools::startFill(*tools_, LocalNetworks::fillRanges(LocalNetworks::current()));
-    plannedEnd_ = Clock::now() + planned;
-    lead_ = planned + kSettle;
+    started_ = Clock::now();
+    planned_ = SystemTools::startFill(*fill_, *broadcast_,
+                                      LocalNetworks::fillRanges(LocalNetworks::current()));
 }

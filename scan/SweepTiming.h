@@ -10,9 +10,12 @@ namespace SweepTiming {
 inline constexpr double kPeriodSeconds = 30.0;
 // Each turn of the run loop serves events this long, then looks whether a sweep is due.
 inline constexpr std::int64_t kLoopTurnMilliseconds = 250;
-// The broadcast echo's deadline. The first sweep has no fill ahead of it and waits this long for
-// its own; later sweeps find theirs over.
+// The broadcast echo's deadline.
 inline constexpr std::int64_t kBroadcastSeconds = 2;
+// A sweep reads the neighbour table once its fill's tools have ended. The fill ahead of it ends
+// this much before it, for the kernel's answers to the last requests; the first sweep has none
+// ahead of it and waits for its own, about this long on a home LAN.
+inline constexpr std::int64_t kFillSettleMilliseconds = 500;
 // A probe sends two echo requests a second apart and waits this long for the last reply.
 inline constexpr std::int64_t kProbeReplyWaitSeconds = 2;
 inline constexpr double kProbeSeconds = 1.0 + kProbeReplyWaitSeconds;

@@ -58,7 +58,7 @@ long repliesCounted(std::string_view output) {
 
 }  // namespace
 
-std::chrono::milliseconds startFill(host::Shell& shell,
+std::chrono::milliseconds startFill(host::Shell& fill, host::Shell& broadcast,
                                     const std::vector<LocalNetworks::Range>& ranges) {
     const std::uint64_t addresses =
         std::accumulate(ranges.begin(), ranges.end(), std::uint64_t{0},
@@ -66,27 +66,27 @@ std::chrono::milliseconds startFill(host::Shell& shell,
     const std::int64_t intervalMs = addresses <= kQuickFillAddresses
                                         ? 1
                                         : kPacedFillMs * static_cast<std::int64_t>(ranges.size());
-    shell.Close();
-    shell.Mode = 1;
+    for (host::Shell* shell : {&fill, &broadcast}) {
+        shell->Close();
+        shell->Mode = 1;
+    }
     std::uint64_t longest = 0;
     for (const LocalNetworks::Range& range : ranges) {
         // No retry and a short time-out: the replies are not what is wanted, the resolution is,
         // and the kernel goes on with it after the tool has ended.
-        shell.executeArguments(toolPath("fping"), {"-q", "-r", "0", "-t", host::Str(kFillTimeoutMs),
-                                                   "-i", host::Str(intervalMs), "-g",
-                                                   String(LocalNetworks::dotted(range.first)),
-                                                   String(LocalNetworks::dotted(range.last))});
+        fill.executeArguments(toolPath("fping"), {"-q", "-r", "0", "-t", host::Str(kFillTimeoutMs),
+                                                  "-i", host::Str(intervalMs), "-g",
+                                                  String(LocalNetworks::dotted(range.first)),
+                                                  String(LocalNetworks::dotted(range.last))});
         longest = std::max(longest, range.size());
     }
     // Linux ignores broadcast echo by default, and so do most phones; the hosts that answer it
     // show through it alone where no fill runs.
-    shell.executeArguments(
+    broadcast.executeArguments(
         toolPath("ping"),
         {"-b", "-c", "2", "-w", host::Str(SweepTiming::kBroadcastSeconds), "255.255.255.255"});
-    const auto fill = std::chrono::milliseconds(
+    return std::chrono::milliseconds(
         ranges.empty() ? 0 : static_cast<std::int64_t>(longest) * intervalMs + kFillTimeoutMs);
-    return std::max<std::chrono::milliseconds>(
-        fill, std::chrono::seconds(SweepTiming::kBroadcastSeconds));
 }
 
 void startProbe(host::Shell& shell, const String& address) {

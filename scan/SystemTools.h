@@ -15,11 +15,11 @@ namespace SystemTools {
 
 // Makes the kernel resolve every address of `ranges`, so that the neighbour table lists every
 // host that answers address resolution, also one that drops all echo requests: one fping per
-// range, all at once, and two echo requests to the limited broadcast address, for the hosts that
-// answer those, all asynchronous children of `shell`. Children of an earlier fill are ended
-// first: a hung tool must not live on. A missing tool is only a fill that did not happen.
-// Returns how long the tools should take.
-std::chrono::milliseconds startFill(host::Shell& shell,
+// range, all at once, as asynchronous children of `fill`; and two echo requests to the limited
+// broadcast address, for the hosts that answer those, a child of `broadcast`. Children of an
+// earlier fill are ended first: a hung tool must not live on. A missing tool is only a fill
+// that did not happen. Returns how long the fping runs should take.
+std::chrono::milliseconds startFill(host::Shell& fill, host::Shell& broadcast,
                                     const std::vector<LocalNetworks::Range>& ranges);
 
 // Starts exactly two echo requests to `address`, one second apart, and waits up to 2 seconds

@@ -1,7 +1,10 @@
 #include "scan/cScanner.h"
 
+#include <utility>
+
 #include "core/Globals.h"
 #include "host/Date.h"
+#include "host/EventPump.h"
 #include "host/StringFunctions.h"
 #include "scan/ArpLine.h"
 
@@ -58,12 +61,30 @@ void cScanner::DoScan() {
     if (Globals::DebugMode) {
         Globals::writelog("begin arp scan", 1);
     }
+    if (std::exchange(firstSweep_, false)) {
+        held_.emplace();
+    }
     // Only a table the fill is done with shows every host that is there.
     fill_.waitUntilOver();
     const NeighbourTable::Reading table = readNeighbours();
+    // Posted, they run at the next turn of the pump, after the lines are entered.
+    if (held_) {
+        for (auto& command : *held_) {
+            host::EventPump::instance().post(std::move(command));
+        }
+        held_.reset();
+    }
     tell(table.complaints);
     enterArpLines(table.lines);
     pingWhatIsDue(HostDict);
+}
+
+bool cScanner::heldForTheFirstTable(std::function<void()> command) {
+    if (!held_) {
+        return false;
+    }
+    held_->push_back(std::move(command));
+    return true;
 }
 
 String cScanner::GetMacAddress(const String& line) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -36,10 +37,17 @@ public:
     void prepareScan(double secondsToSweep) { fill_.startAhead(secondsToSweep); }
 
 private:
+    // While the first sweep waits for its fill, roster commands wait, in their order, for the
+    // next turn of the pump after its table is read: the sweep's hosts are found before the
+    // units' are made, as when the first sweep held the link. True when `command` was kept.
+    bool heldForTheFirstTable(std::function<void()> command);
     void enterArpLines(const std::vector<host::String>& lines);
     // Each kind of trouble with the table is told once, not every sweep.
     void tell(const std::vector<NeighbourTable::Complaint>& complaints);
 
     NeighbourFill fill_;
     std::set<NeighbourTable::Problem> told_;
+    bool firstSweep_ = true;
+    // Set while the first sweep waits for its fill.
+    std::optional<std::vector<std::function<void()>>> held_;
 };

@@ -7,6 +7,9 @@
 using host::String;
 
 void cScanner::gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>& command) {
+    if (heldForTheFirstTable([this, command] { gotUnitsFromAmbrelis(command); })) {
+        return;
+    }
     // The previous list goes before anything of the new one is read.
     ambrelisUnitXML = host::New<CXML>();
     ambrelisUnitXML->Constructor();
@@ -45,6 +48,9 @@ void cScanner::gotUnitsFromAmbrelis(const host::Ref<cAmbrelisCommand>& command) 
 }
 
 void cScanner::unitDeleted(const host::Ref<cAmbrelisCommand>& command) {
+    if (heldForTheFirstTable([this, command] { unitDeleted(command); })) {
+        return;
+    }
     const String addr = command->GetMulti("addr");
     const double id = host::Val(command->GetMulti("UnID"));
     // A MAC unit has nothing to delete; its arp host stays.

@@ -138,7 +138,7 @@ sweep 1
 
 ADDRESS           NAME              STATE RESPONSE   IP              CHANGED
 10.0.0.1          Router            ON    0.364 ms   10.0.0.1        0s ago
-10.0.0.77         Küchentür and ga… -     first ping at sweep 2, in 22s
+10.0.0.77         Küchentür and ga… -     first ping at sweep 2, in 20s
 02:fc:3a:11:9e:40 Phone             -     told once the driver has read the un…
 02:fc:aa:bb:cc:dd (Router)          ON    0.029 ms   10.0.0.1        9s ago
 02:fc:aa:bb:cc:03 -                 OFF*                             9s ago

@@ -28,11 +28,10 @@ namespace sim {
 class Simulator {
 public:
     static constexpr double kConnectSeconds = 20;
-    // After "close" the driver may finish the sweep under way: the first sweep's wait for its
-    // fill (a later sweep stops waiting at a close), a round of pings for every round's worth of
-    // hosts beyond the first, and its last events before it ends; 2 s more for a busy machine.
-    static constexpr double kCloseBaseSeconds =
-        SweepTiming::kBroadcastSeconds + SweepTiming::kLastEventsMilliseconds / 1000.0 + 2;
+    // After "close" the driver may finish the sweep under way (a sweep stops waiting for its fill
+    // at a close): a round of pings for every round's worth of hosts beyond the first, then its
+    // last events before it ends; 4 s more for a busy machine.
+    static constexpr double kCloseBaseSeconds = SweepTiming::kLastEventsMilliseconds / 1000.0 + 4;
     // The first sweep's hosts are reported only as their pings end, so until then a driver may
     // be busy with more hosts than it has reported: at least this many are assumed, as on a
     // home LAN.

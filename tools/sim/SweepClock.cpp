@@ -12,7 +12,8 @@ namespace {
 // The run loop looks whether a sweep is due once a turn.
 constexpr double kPeriod =
     SweepTiming::kPeriodSeconds + SweepTiming::kLoopTurnMilliseconds / 1000.0;
-constexpr double kFirstFill = SweepTiming::kBroadcastSeconds;
+// The first sweep waits for its own fill, on a home LAN no longer than the settling.
+constexpr double kFirstFill = SweepTiming::kFillSettleMilliseconds / 1000.0;
 
 }  // namespace
 
