@@ -274,6 +274,28 @@ void countFirstSweep(benchmark::State& state, const BridgedNetwork& network,
     state.counters["hosts_of_24"] = onLan;
 }
 
+// The first sweep on the /24 of the arrival run alone, as most homes have it.
+void BM_FirstSweepOfA24(benchmark::State& state) {
+    std::vector<BridgedNetwork::Host> plan;
+    for (const BridgedNetwork::Host& host : arrivalPlan()) {
+        if (host.lan == 0 && !host.joinsLater) {
+            plan.push_back(host);
+        }
+    }
+    BridgedNetwork network(plan);
+    if (!network.whyNot().empty()) {
+        state.SkipWithError(("no network of namespaces: " + network.whyNot()).c_str());
+        return;
+    }
+    const InNamespace inDriver(network.namespacePath("driver"));
+    for (auto _ : state) {
+        countFirstSweep(state, network, runDriver([](const Session& run) {
+                            return Clock::now() - run.started < 20s;
+                        }));
+    }
+}
+BENCHMARK(BM_FirstSweepOfA24)->Iterations(1)->Unit(benchmark::kSecond);
+
 // Each host that comes does so at a seeded random moment between 15 s and 165 s into the run,
 // when the first sweep is long over; the run ends once each is ON, or 100 s after the last came.
 void BM_Arrival(benchmark::State& state) {

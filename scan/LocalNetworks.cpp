@@ -6,7 +6,9 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
+#include <charconv>
 
 namespace LocalNetworks {
 
@@ -74,8 +76,16 @@ std::vector<Range> fillRanges(const std::vector<Lan>& lans) {
 }
 
 std::string dotted(std::uint32_t address) {
-    return std::to_string(address >> 24) + "." + std::to_string((address >> 16) & 0xff) + "." +
-           std::to_string((address >> 8) & 0xff) + "." + std::to_string(address & 0xff);
+    // Once for every entry of the neighbour table a sweep reads: no string per group.
+    std::array<char, 16> text{};
+    char* at = text.data();
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        at = std::to_chars(at, text.data() + text.size(), (address >> shift) & 0xffU).ptr;
+        if (shift != 0) {
+            *at++ = '.';
+        }
+    }
+    return {text.data(), at};
 }
 
 }  // namespace LocalNetworks

@@ -294,7 +294,9 @@ std::string NeighbourTable::lineOf(const NeighbourDump::Entry& entry, std::strin
     if (resolved && entry.hardware.size() != kEthernetBytes) {
         return {};
     }
-    std::string line = "? (" + LocalNetworks::dotted(entry.address) + ") at ";
+    std::string line;
+    line.reserve(64);
+    line.append("? (").append(LocalNetworks::dotted(entry.address)).append(") at ");
     if (resolved) {
         constexpr std::string_view kDigits = "0123456789abcdef";
         for (std::size_t i = 0; i < entry.hardware.size(); ++i) {
