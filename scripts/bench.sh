@@ -94,6 +94,8 @@ p99=$(counter pump_bench p99_us ChildExitToCompleted | awk -F'\t' '{ printf "%.3
 netlink_us=$(figure neighbour_bench netlink_cpu_us_per_read . %.0f)
 arp_us=$(figure neighbour_bench arp_cpu_us_per_read . %.0f)
 arp_child_us=$(figure neighbour_bench arp_child_cpu_us_per_read . %.0f)
+probe_us=$(figure probe_bench driver_cpu_us_per_probe Probe %.0f)
+bare_us=$(figure probe_bench bare_spawn_cpu_us Probe %.0f)
 {
     counter pump_bench cpu_percent_of_core IdleConnectedDriverCpu |
         row "idle connected driver, CPU over 10 s" "under 0.1% of a core" \
@@ -129,6 +131,9 @@ arp_child_us=$(figure neighbour_bench arp_child_cpu_us_per_read . %.0f)
     counter scan_bench driver_cpu_us_per_ping SweepOfThousandHosts |
         row "driver CPU per ping cycle, 1,000 hosts" "under 50 microseconds" \
             under 50 1 "%.0f microseconds, median of 3 sweeps"
+    counter probe_bench driver_over_bare ProbeAgainstBareSpawn |
+        row "driver CPU per probe against a bare spawn" "at most 2 times" under 2 1 \
+            "%.2f times: ${probe_us:-?} against ${bare_us:-?} microseconds, medians of 30 batches"
     counter scan_bench rss_kb_holding_1000 SweepOfThousandHosts |
         row "resident memory with 1,000 hosts" "under 8 MB" \
             under 8 0.001024 "%.1f MB, the most of 3 runs"
