@@ -20,7 +20,6 @@
 #include "host/IOException.h"
 #include "host/ShellNotRunningException.h"
 #include "host/Spawn.h"
-#include "host/TCPSocket.h"
 #include "host/UniqueFd.h"
 
 namespace host {
@@ -310,9 +309,6 @@ void Shell::start(const std::vector<std::string>& argv, bool searchPath) {
     if (async) {
         watchChild(*children_.emplace_back(std::move(child)), self);
     } else {
-        // The thread blocks until the child ends: what is queued for peers goes out first, so that
-        // a message sent just before does not wait for it.
-        TCPSocket::flushAll(0);
         // Local: if the wait fails, unwinding kills and reaps the child.
         waitFor(*child);
     }
