@@ -1,26 +1,19 @@
 #include "host/Shell.h"
 
-#include <fcntl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
+#include "host/ChildProcess.h"
 #include "host/Deadline.h"
 #include "host/IOException.h"
 #include "host/ShellNotRunningException.h"
-#include "host/Spawn.h"
-#include "host/UniqueFd.h"
 
 namespace host {
 
@@ -30,175 +23,34 @@ namespace {
 constexpr std::size_t kReadPerTurn = 1 << 20;
 constexpr std::int64_t kCouldNotStart = 127;
 
-void pidfdKill(int pidfd) {
-    ::syscall(SYS_pidfd_send_signal, pidfd, SIGKILL, nullptr, 0);
-}
-
-// Only for fresh pipe ends, which carry no other status flag.
-bool setNonBlocking(int fd) {
-    return ::fcntl(fd, F_SETFL, O_NONBLOCK) == 0;
-}
-
-// Reads what the pipe holds, up to `limit` bytes; true once no writer is left.
-bool readPipe(int fd, std::string& into, std::size_t limit) {
-    std::array<char, std::size_t{16} * 1024> buffer;  // filled by read(), so left uninitialised
-    std::size_t total = 0;
-    while (total < limit) {
-        ssize_t count = ::read(fd, buffer.data(), buffer.size());
-        if (count > 0) {
-            into.append(buffer.data(), static_cast<std::size_t>(count));
-            total += static_cast<std::size_t>(count);
-            continue;
-        }
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        // The end, or a broken pipe, which reads as its end; only an empty pipe is not.
-        return count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
-    }
-    return false;
-}
-
-// Non-blocking: a child that does not read loses what does not fit in the pipe. A host that
-// does not ignore SIGPIPE must not die because a child closed its input, so the signal is
-// blocked around the write and the one it raised is taken back.
-void writeQuietly(int fd, std::string_view bytes) {
-    sigset_t pipeSignal;
-    sigemptyset(&pipeSignal);
-    sigaddset(&pipeSignal, SIGPIPE);
-    sigset_t previous;
-    pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
-    std::size_t written = 0;
-    int error = 0;
-    while (written < bytes.size()) {
-        ssize_t count = ::write(fd, bytes.data() + written, bytes.size() - written);
-        if (count >= 0) {
-            written += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
-            error = errno;
-            break;
-        }
-    }
-    if (error == EPIPE) {
-        timespec now{};
-        while (sigtimedwait(&pipeSignal, nullptr, &now) < 0 && errno == EINTR) {
-        }
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-}
-
-std::int64_t exitCode(int status) {
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 }  // namespace
 
 struct Shell::Child {
-    pid_t pid = -1;
-    UniqueFd pidfd;
-    UniqueFd output;  // our end of the child's stdout and stderr
-    UniqueFd input;   // our end of the child's stdin, mode 1 only
+    ChildProcess process;
     EventPump::WatchId outputWatch = 0;
     EventPump::WatchId exitWatch = 0;
     std::string bytes;     // everything this child wrote
     bool mirrored = true;  // its output still goes to Result as it comes
 
-    Child() = default;
+    Child(const std::vector<std::string>& argv, const ChildProcess::Options& options)
+        : process(argv, options) {}
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
-    ~Child();
+    // The watches go before the descriptors close; a child still running is killed and reaped.
+    ~Child() {
+        closeOutput();
+        if (exitWatch != 0) {
+            EventPump::instance().unwatch(exitWatch);
+        }
+    }
 
-    bool spawn(const std::vector<std::string>& argv, bool searchPath, bool withInput);
-    void closeOutput();
-    std::int64_t reap();
+    void closeOutput() {
+        if (outputWatch != 0) {
+            EventPump::instance().unwatch(std::exchange(outputWatch, 0));
+        }
+        process.closeOutput();
+    }
 };
-
-Shell::Child::~Child() {
-    closeOutput();
-    if (exitWatch != 0) {
-        EventPump::instance().unwatch(exitWatch);
-    }
-    // Destroyed while still running: kill it and wait, so that no zombie stays behind.
-    if (pid > 0) {
-        pidfdKill(pidfd.get());
-        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
-    }
-}
-
-// False when the child could not be started; nothing runs then, and the destructor closes what
-// was opened.
-bool Shell::Child::spawn(const std::vector<std::string>& argv, bool searchPath, bool withInput) {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return false;
-    }
-    output = UniqueFd(ends[0]);
-    UniqueFd childOutput(ends[1]);
-    // Only our end: the child's end stays blocking, as programs expect of their output.
-    if (!setNonBlocking(output.get())) {
-        return false;
-    }
-    UniqueFd childInput;
-    if (withInput) {
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-            return false;
-        }
-        childInput = UniqueFd(ends[0]);
-        input = UniqueFd(ends[1]);
-        if (!setNonBlocking(input.get())) {
-            return false;
-        }
-    } else {
-        childInput = UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-        if (!childInput) {
-            return false;
-        }
-    }
-
-    const char* searchFolders = std::getenv("PATH");
-    const std::string path =
-        searchPath ? Spawn::findExecutable(
-                         searchFolders != nullptr ? searchFolders : "/bin:/usr/bin", argv.front())
-                   : argv.front();
-    if (path.empty()) {
-        return false;
-    }
-    const Spawn::Started started =
-        Spawn::start(path, argv, Spawn::toolEnvironment(), childInput.get(), childOutput.get());
-    if (started.pid < 0) {
-        return false;
-    }
-    pid = started.pid;
-    pidfd = UniqueFd(started.pidfd);
-    return true;
-}
-
-void Shell::Child::closeOutput() {
-    if (outputWatch != 0) {
-        EventPump::instance().unwatch(outputWatch);
-        outputWatch = 0;
-    }
-    output.reset();
-}
-
-// Called once the pidfd has reported the exit, so WNOHANG finds the zombie.
-std::int64_t Shell::Child::reap() {
-    if (exitWatch != 0) {
-        EventPump::instance().unwatch(exitWatch);
-        exitWatch = 0;
-    }
-    int status = 0;
-    pid_t reaped;
-    do {
-        reaped = ::waitpid(pid, &status, WNOHANG);
-    } while (reaped < 0 && errno == EINTR);
-    pid = -1;
-    pidfd.reset();
-    input.reset();
-    // Only a host that ignores SIGCHLD loses the status: the kernel has reaped the child.
-    return reaped > 0 ? exitCode(status) : -1;
-}
 
 Shell::Shell() = default;
 
@@ -238,7 +90,7 @@ void Shell::Write(const String& text) {
     if (children_.empty()) {
         throw ShellNotRunningException(String("no child process is running"));
     }
-    writeQuietly(children_.back()->input.get(), text.view());
+    children_.back()->process.writeInput(text.view());
 }
 
 void Shell::WriteLine(const String& text) {
@@ -247,7 +99,7 @@ void Shell::WriteLine(const String& text) {
 
 void Shell::Close() {
     for (const auto& child : children_) {
-        pidfdKill(child->pidfd.get());
+        child->process.sendKill();
     }
 }
 
@@ -255,7 +107,7 @@ void Shell::waitWhileRunning(std::int64_t milliseconds) {
     const Deadline deadline = Deadline::in(std::chrono::milliseconds(milliseconds));
     std::vector<pollfd> running;
     for (const auto& child : children_) {
-        running.push_back({child->pidfd.get(), POLLIN, 0});
+        running.push_back({child->process.pidfd(), POLLIN, 0});
     }
     while (!running.empty() && !deadline.passed()) {
         const int ready = ::poll(running.data(), running.size(), deadline.pollTimeout());
@@ -297,8 +149,9 @@ void Shell::start(const std::vector<std::string>& argv, bool searchPath) {
         other->mirrored = false;
     }
 
-    auto child = std::make_unique<Child>();
-    if (!child->spawn(argv, searchPath, async)) {
+    auto child = std::make_unique<Child>(
+        argv, ChildProcess::Options{.searchPath = searchPath, .withInput = async});
+    if (!child->process.running()) {
         errorCode_ = kCouldNotStart;
         if (async) {
             // Still one completion per Execute: whoever counts running children counts this one.
@@ -319,7 +172,7 @@ void Shell::waitFor(Child& child) {
     while (!exited) {
         // A closed output is -1, which poll() skips.
         std::array<pollfd, 2> fds{
-            {{child.pidfd.get(), POLLIN, 0}, {child.output.get(), POLLIN, 0}}};
+            {{child.process.pidfd(), POLLIN, 0}, {child.process.output(), POLLIN, 0}}};
         if (::poll(fds.data(), fds.size(), -1) < 0) {
             if (errno == EINTR) {
                 continue;
@@ -337,10 +190,10 @@ void Shell::waitFor(Child& child) {
 
 void Shell::watchChild(Child& child, const std::shared_ptr<Shell>& self) {
     EventPump& pump = EventPump::instance();
-    const pid_t pid = child.pid;
+    const pid_t pid = child.process.pid();
     // By pid, not by reference: the record is gone once the child has been reaped.
     child.outputWatch = pump.watch(
-        child.output.get(), POLLIN,
+        child.process.output(), POLLIN,
         [this, pid](short) {
             if (Child* running = findChild(pid)) {
                 collect(*running, kReadPerTurn);
@@ -349,7 +202,7 @@ void Shell::watchChild(Child& child, const std::shared_ptr<Shell>& self) {
         self);
     // The pidfd reports the exit at once, not at the end of a pump slice.
     child.exitWatch = pump.watch(
-        child.pidfd.get(), POLLIN,
+        child.process.pidfd(), POLLIN,
         [this, pid](short) {
             if (Child* running = findChild(pid)) {
                 onExit(*running);
@@ -360,7 +213,7 @@ void Shell::watchChild(Child& child, const std::shared_ptr<Shell>& self) {
 
 void Shell::collect(Child& child, std::size_t limit) {
     const std::size_t before = child.bytes.size();
-    bool ended = readPipe(child.output.get(), child.bytes, limit);
+    const bool ended = child.process.readOutput(child.bytes, limit);
     if (child.mirrored) {
         result_.bytes().append(child.bytes, before);
     }
@@ -380,11 +233,13 @@ void Shell::onExit(Child& child) {
 
 void Shell::finish(Child& child) {
     // A grandchild may hold the pipe open: read only what the child left in it.
-    if (child.output) {
+    if (child.process.output() >= 0) {
         collect(child, SIZE_MAX);
         child.closeOutput();
     }
-    errorCode_ = child.reap();
+    // Only a host that ignores SIGCHLD loses the status: the kernel has reaped the child.
+    const auto status = child.process.poll();
+    errorCode_ = status ? status->asExitStatus() : -1;
     if (!child.mirrored) {
         result_ = String(std::move(child.bytes));
         unread_ = 0;
@@ -396,7 +251,7 @@ void Shell::finish(Child& child) {
 
 Shell::Child* Shell::findChild(pid_t pid) {
     for (const auto& child : children_) {
-        if (child->pid == pid) {
+        if (child->process.pid() == pid) {
             return child.get();
         }
     }

@@ -16,9 +16,9 @@ namespace host {
 // ended, with Result and ErrorCode complete, and delivers no event meanwhile. Mode 1 returns at
 // once; the end arrives as Event_Completed inside the pump, exactly once per Execute, and the
 // pump keeps the object alive until then. Standard output and standard error share one pipe;
-// the executable is found through PATH; no shell stands in between except for the whole
-// command-line form. Every child is reaped; a child killed by signal n has ErrorCode 128 + n,
-// and one that could not be started has 127.
+// the executable is found through PATH, then in the system folders; no shell stands in between
+// except for the whole command-line form. Every child is reaped; a child killed by signal n has
+// ErrorCode 128 + n, and one that could not be started has 127.
 class Shell : public std::enable_shared_from_this<Shell> {
 public:
     Shell();

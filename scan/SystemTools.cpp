@@ -1,12 +1,10 @@
 #include "scan/SystemTools.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <numeric>
 #include <string>
 #include <string_view>
 
-#include "host/Spawn.h"
 #include "host/StringFunctions.h"
 #include "scan/SweepTiming.h"
 
@@ -24,19 +22,6 @@ constexpr std::uint64_t kQuickFillAddresses = 768;
 constexpr std::int64_t kPacedFillMs = 4;
 // fping's wait for the last reply (-t).
 constexpr std::int64_t kFillTimeoutMs = 50;
-
-// A driver started with a user's PATH still finds a tool that lives in sbin.
-constexpr std::string_view kFallbackFolders = "/usr/sbin:/sbin:/usr/bin:/bin";
-
-// Found through PATH first, so that tests can put fakes in front.
-String toolPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string found = host::Spawn::findExecutable(path != nullptr ? path : "", name);
-    if (found.empty()) {
-        found = host::Spawn::findExecutable(kFallbackFolders, name);
-    }
-    return String(found.empty() ? name : found);
-}
 
 // The count after "packets transmitted, ", or 0 when there is none.
 long repliesCounted(std::string_view output) {
@@ -74,16 +59,16 @@ std::chrono::milliseconds startFill(host::Shell& fill, host::Shell& broadcast,
     for (const LocalNetworks::Range& range : ranges) {
         // No retry and a short time-out: the replies are not what is wanted, the resolution is,
         // and the kernel goes on with it after the tool has ended.
-        fill.executeArguments(toolPath("fping"), {"-q", "-r", "0", "-t", host::Str(kFillTimeoutMs),
-                                                  "-i", host::Str(intervalMs), "-g",
-                                                  String(LocalNetworks::dotted(range.first)),
-                                                  String(LocalNetworks::dotted(range.last))});
+        fill.executeArguments(
+            "fping", {"-q", "-r", "0", "-t", host::Str(kFillTimeoutMs), "-i", host::Str(intervalMs),
+                      "-g", String(LocalNetworks::dotted(range.first)),
+                      String(LocalNetworks::dotted(range.last))});
         longest = std::max(longest, range.size());
     }
     // Linux ignores broadcast echo by default, and so do most phones; the hosts that answer it
     // show through it alone where no fill runs.
     broadcast.executeArguments(
-        toolPath("ping"),
+        "ping",
         {"-b", "-c", "2", "-w", host::Str(SweepTiming::kBroadcastSeconds), "255.255.255.255"});
     return std::chrono::milliseconds(
         ranges.empty() ? 0 : static_cast<std::int64_t>(longest) * intervalMs + kFillTimeoutMs);
@@ -91,9 +76,8 @@ std::chrono::milliseconds startFill(host::Shell& fill, host::Shell& broadcast,
 
 void startProbe(host::Shell& shell, const String& address) {
     // A deadline (-w) would make ping send until two replies came, a third request included.
-    shell.executeArguments(toolPath("ping"),
-                           {"-c", "2", "-W", host::Str(SweepTiming::kProbeReplyWaitSeconds), "--",
-                            host::Trim(address)});
+    shell.executeArguments("ping", {"-c", "2", "-W", host::Str(SweepTiming::kProbeReplyWaitSeconds),
+                                    "--", host::Trim(address)});
 }
 
 ProbeOutcome probeOutcome(std::int64_t exitCode, const String& output) {
