@@ -25,11 +25,12 @@ using Names = std::vector<std::string>;
 using End = std::pair<std::int64_t, std::string>;
 using namespace std::chrono_literals;
 
-// Failures inside handlers are recorded; every test must leave the pump empty, no child and no
-// descriptor behind.
+// Failures inside handlers are recorded; every test must leave the pump empty, no child (nor a
+// grandchild, which comes to us as an orphan) and no descriptor behind.
 class PumpTest : public ::testing::Test {
 protected:
     PumpTest() {
+        testsupport::adoptOrphans();
         host::ExceptionWrapper::setHandler([this](const host::RuntimeException& err) {
             handled.push_back(err.className());
             return true;
@@ -82,10 +83,11 @@ TEST_F(PumpTest, HandlersFailOnlyInsideThePumpAndPostedTasksWaitForTheNextTurn) 
     EXPECT_EQ(order, (std::vector<int>{1, 11, 2, 12, 3, 13}));
 }
 
-// Records every completion, also of objects their owner dropped, with what it saw.
+// Records every completion (also of shells their owner dropped) and what it saw, anew per shell.
 class RecordingShell : public host::Shell {
 public:
     static inline std::vector<End> ends;
+    explicit RecordingShell(std::int64_t mode) { Mode = mode, ends.clear(); }
 
 protected:
     void Event_Completed() override { ends.emplace_back(ErrorCode(), Result().bytes()); }
@@ -103,17 +105,11 @@ std::vector<End> finish(std::shared_ptr<RecordingShell>& shell) {
     return RecordingShell::ends;
 }
 
-std::shared_ptr<RecordingShell> shellIn(std::int64_t mode) {
-    RecordingShell::ends.clear();
-    auto shell = std::make_shared<RecordingShell>();
-    shell->Mode = mode;
-    return shell;
-}
-
 TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpCompletesThem) {
     // command, parameters (nullptr: none) -> code, output. Children speak the C locale, whatever
-    // ours is, so that what they print can be parsed; printf is found through PATH; a grandchild
-    // that keeps the output open must not hold the run past the child's end.
+    // ours is, so that what they print can be parsed; printf is found in the system folders when
+    // PATH has none; a grandchild that keeps the output open must not hold the run past the
+    // child's end: it still runs then.
     // clang-format off
     const std::vector<std::tuple<const char*, const char*, std::int64_t, std::string>> cases = {
         {"echo out; echo err >&2", nullptr, 0, "out\nerr\n"}, {"/nonexistent/tool", "-x", 127, ""},
@@ -121,12 +117,14 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
         {"printf", "  %s|  a \t b   c  ", 0, "a|b|c|"}, {"sleep 90 & echo x", nullptr, 0, "x\n"},
         {"head -c 300000 /dev/zero", nullptr, 0, std::string(300000, '\0')}};
     // clang-format on
+    const std::string path = ::getenv("PATH");
+    ::unsetenv("PATH");
     ::setenv("LC_ALL", "de_DE.UTF-8", 1);
     ::setenv("LANGUAGE", "de", 1);
     for (std::int64_t mode : {0, 1}) {
         for (const auto& [command, parameters, code, result] : cases) {
             SCOPED_TRACE(std::string(command) + ", mode " + std::to_string(mode));
-            auto shell = shellIn(mode);
+            auto shell = std::make_shared<RecordingShell>(mode);
             parameters ? shell->Execute(command, parameters) : shell->Execute(command);
             // Never in mode 0; in mode 1 only from inside the pump.
             EXPECT_TRUE(RecordingShell::ends.empty());
@@ -134,26 +132,28 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
                 RecordingShell::ends.emplace_back(shell->ErrorCode(), shell->Result().bytes());
             }
             EXPECT_TRUE(finish(shell) == std::vector{End(code, result)});
+            EXPECT_EQ(testsupport::endChildren(), std::string_view(command).ends_with("& echo x"));
         }
     }
+    ::setenv("PATH", path.c_str(), 1);
     ::unsetenv("LC_ALL");
     ::unsetenv("LANGUAGE");
     // Arguments reach the program as they are, with no shell in between.
-    auto shell = shellIn(0);
+    auto shell = std::make_shared<RecordingShell>(0);
     shell->Execute("cat; echo end");  // stdin is empty
     EXPECT_EQ(shell->Result().bytes(), "end\n");
     shell->executeArguments("printf", {"%s\n", "a b; touch x", "-f", "", "$HOME"});
     EXPECT_EQ(shell->Result().bytes(), "a b; touch x\n-f\n\n$HOME\n");
     EXPECT_THROW(shell->Write("x"), host::ShellNotRunningException);
     // Close kills, a wait serves nothing, and every Execute completes once, in the pump.
-    auto closed = shellIn(1), twice = shellIn(1), waited = shellIn(1);
-    closed->Execute("sleep 30");
+    auto closed = std::make_shared<RecordingShell>(1), twice = std::make_shared<RecordingShell>(1);
+    closed->Execute("exec sleep 30");
     closed->Close();
     twice->Execute("sleep 0.3; echo a; exit 1");
     twice->Execute("echo b");
     finish(closed);
     EXPECT_EQ(finish(twice), (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
-    RecordingShell::ends.clear();
+    auto waited = std::make_shared<RecordingShell>(1);
     waited->Execute("sleep 0.1; exit 4");
     waited->Execute("exit 5");
     const auto begun = std::chrono::steady_clock::now();
@@ -163,7 +163,7 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     // A pump until a condition holds returns as soon as it does.
     pump.runUntil(20000, [] { return RecordingShell::ends.size() == 2; });
     EXPECT_LT(std::chrono::steady_clock::now() - begun, 20s);
-    waited->Execute("sleep 30");
+    waited->Execute("exec sleep 30");
     waited->Write(host::String(std::string(1 << 20, 'x')));  // unread, so mostly lost
     waited->waitWhileRunning(50);
     EXPECT_TRUE(waited->IsRunning());

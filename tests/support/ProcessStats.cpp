@@ -1,8 +1,10 @@
 #include "ProcessStats.h"
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -22,6 +24,21 @@ bool hasChildren() {
     // Without WNOHANG's "none has ended" answer, ECHILD: no child at all, running or unreaped.
     siginfo_t info{};
     return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+void adoptOrphans() {
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+}
+
+int endChildren() {
+    // Orphans are handed to the main thread.
+    std::ifstream children("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    int count = 0;
+    for (pid_t pid = 0; children >> pid; ++count) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+    }
+    return count;
 }
 
 double cpuSeconds(pid_t pid) {

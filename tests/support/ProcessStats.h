@@ -8,6 +8,11 @@ namespace testsupport {
 int openDescriptors();
 // Whether this process has a child, running or not yet reaped.
 bool hasChildren();
+// Makes this process the reaper of its orphaned descendants: a grandchild left running then
+// counts among its children.
+void adoptOrphans();
+// Kills and reaps every child of this process; how many there were.
+int endChildren();
 // CPU time of a process's main thread in seconds, children excluded, from the nanosecond count
 // in /proc/<pid>/schedstat: the clock ticks of /proc/<pid>/stat are too coarse.
 double cpuSeconds(pid_t pid);
