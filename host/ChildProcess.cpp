@@ -248,10 +248,6 @@ void ChildProcess::writeInput(std::string_view bytes) {
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
-std::optional<ChildProcess::Status> ChildProcess::poll() {
-    return reap(false);
-}
-
 void ChildProcess::sendKill() {
     if (!running()) {
         return;
@@ -265,10 +261,10 @@ void ChildProcess::sendKill() {
 ChildProcess::Status ChildProcess::kill() {
     sendKill();
     // Only a child that the kernel reaped for us leaves no status.
-    return reap(true).value_or(Status{true, SIGKILL});
+    return poll(true).value_or(Status{true, SIGKILL});
 }
 
-std::optional<ChildProcess::Status> ChildProcess::reap(bool wait) {
+std::optional<ChildProcess::Status> ChildProcess::poll(bool wait) {
     if (!running()) {
         return status_;
     }

@@ -61,9 +61,9 @@ public:
     void writeInput(std::string_view bytes);
 
     bool running() const { return pid_ > 0 && !gone_; }
-    // The status once it has ended, without waiting; none while it runs, and none for a child
-    // that the kernel reaped itself (a host that ignores SIGCHLD).
-    std::optional<Status> poll();
+    // The status once it has ended, or at once without `wait`: none while it runs, and none for
+    // a child that the kernel reaped itself (a host that ignores SIGCHLD).
+    std::optional<Status> poll(bool wait = false);
     // SIGKILL to the child, and to its group when it has one; does not wait.
     void sendKill();
     // Kills it and waits for its end.
@@ -72,7 +72,6 @@ public:
 private:
     // 0, or the errno of what failed; the descriptors opened so far are left to close.
     int start(const std::vector<std::string>& argv, const Options& options);
-    std::optional<Status> reap(bool wait);
 
     pid_t pid_ = -1;
     UniqueFd pidfd_;
