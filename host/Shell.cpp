@@ -34,8 +34,6 @@ struct Shell::Child {
 
     Child(const std::vector<std::string>& argv, const ChildProcess::Options& options)
         : process(argv, options) {}
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
     // The watches go before the descriptors close; a child still running is killed and reaped.
     ~Child() {
         closeOutput();
@@ -190,25 +188,13 @@ void Shell::waitFor(Child& child) {
 
 void Shell::watchChild(Child& child, const std::shared_ptr<Shell>& self) {
     EventPump& pump = EventPump::instance();
-    const pid_t pid = child.process.pid();
-    // By pid, not by reference: the record is gone once the child has been reaped.
+    // The record unwatches both before it goes, so neither handler outlives it.
     child.outputWatch = pump.watch(
-        child.process.output(), POLLIN,
-        [this, pid](short) {
-            if (Child* running = findChild(pid)) {
-                collect(*running, kReadPerTurn);
-            }
-        },
+        child.process.output(), POLLIN, [this, &child](short) { collect(child, kReadPerTurn); },
         self);
     // The pidfd reports the exit at once, not at the end of a pump slice.
     child.exitWatch = pump.watch(
-        child.process.pidfd(), POLLIN,
-        [this, pid](short) {
-            if (Child* running = findChild(pid)) {
-                onExit(*running);
-            }
-        },
-        self);
+        child.process.pidfd(), POLLIN, [this, &child](short) { onExit(child); }, self);
 }
 
 void Shell::collect(Child& child, std::size_t limit) {
@@ -247,15 +233,6 @@ void Shell::finish(Child& child) {
     for (const auto& other : children_) {
         other->mirrored = false;
     }
-}
-
-Shell::Child* Shell::findChild(pid_t pid) {
-    for (const auto& child : children_) {
-        if (child->process.pid() == pid) {
-            return child.get();
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace host

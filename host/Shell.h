@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -69,7 +67,6 @@ private:
     void onExit(Child& child);
     // After the exit: takes the rest of the output, reaps the child, sets Result and ErrorCode.
     void finish(Child& child);
-    Child* findChild(pid_t pid);
 
     String result_;
     std::int64_t errorCode_ = 0;
