@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace host {
 
@@ -137,11 +138,6 @@ __attribute__((no_sanitize("address", "undefined"))) int childMain(void* argumen
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Options& options)
     : ownGroup_(options.ownGroup) {
     startError_ = start(argv, options);
-    if (startError_ != 0) {
-        pidfd_.reset();
-        output_.reset();
-        input_.reset();
-    }
 }
 
 int ChildProcess::start(const std::vector<std::string>& argv, const Options& options) {
@@ -149,15 +145,16 @@ int ChildProcess::start(const std::vector<std::string>& argv, const Options& opt
     if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         return errno;
     }
-    output_ = UniqueFd(ends[0]);
+    UniqueFd output(ends[0]);
     const UniqueFd childOutput(ends[1]);
     UniqueFd childInput;
+    UniqueFd input;
     if (options.withInput) {
         if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
             return errno;
         }
         childInput = UniqueFd(ends[0]);
-        input_ = UniqueFd(ends[1]);
+        input = UniqueFd(ends[1]);
     }
     const std::vector<std::string> places = placesOf(argv.front(), options.searchPath);
     const std::vector<char*> placePointers = pointersTo(places);
@@ -187,13 +184,16 @@ int ChildProcess::start(const std::vector<std::string>& argv, const Options& opt
     if (pid < 0) {
         return cloneError;
     }
-    pidfd_ = UniqueFd(pidfd);
+    UniqueFd childPidfd(pidfd);
     if (request.error != 0) {
         while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
         }
         return request.error;
     }
     pid_ = pid;
+    pidfd_ = std::move(childPidfd);
+    output_ = std::move(output);
+    input_ = std::move(input);
     return 0;
 }
 

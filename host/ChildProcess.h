@@ -70,7 +70,7 @@ public:
     Status kill();
 
 private:
-    // 0, or the errno of what failed; the descriptors opened so far are left to close.
+    // 0, or the errno of what failed, and then nothing is held.
     int start(const std::vector<std::string>& argv, const Options& options);
 
     pid_t pid_ = -1;
