@@ -5,10 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "host/ByteQueue.h"
 #include "host/EventPump.h"
 #include "host/RuntimeException.h"
 #include "host/String.h"
 #include "host/TextEncoding.h"
+#include "host/UniqueFd.h"
 
 namespace host {
 
@@ -47,9 +49,7 @@ public:
     // All received bytes not yet read; empties the store.
     String ReadAll(TextEncoding encoding = TextEncoding::None);
     std::int64_t BytesAvailable() const { return static_cast<std::int64_t>(received_.size()); }
-    std::int64_t BytesLeftToSend() const {
-        return static_cast<std::int64_t>(outgoing_.size() - sentHead_);
-    }
+    std::int64_t BytesLeftToSend() const { return static_cast<std::int64_t>(outgoing_.size()); }
     // True from the moment more than kHighWater bytes wait to be sent until fewer than kLowWater
     // do; reading stays paused meanwhile.
     bool IsBackedUp() const { return backedUp_; }
@@ -86,18 +86,15 @@ private:
     void deliverPending();
     void readAvailable(int& error, bool& closed);
     bool flushOutgoing(int& error);
-    void dropSent();
     void discardOutgoing();
     void updateInterest();
     void release();
 
     State state_ = State::Idle;
-    int fd_ = -1;
+    UniqueFd fd_;
     EventPump::WatchId watch_ = 0;
     std::string received_;
-    // The bytes before sentHead_ have left; they are dropped in bulk, not one send() at a time.
-    std::string outgoing_;
-    std::size_t sentHead_ = 0;
+    ByteQueue outgoing_;
     bool backedUp_ = false;
     bool pendingFailure_ = false;
     std::string pendingMessage_;
