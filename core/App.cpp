@@ -6,6 +6,7 @@
 #include "host/Clock.h"
 #include "host/IllegalCastException.h"
 #include "host/KeyNotFoundException.h"
+#include "host/LogChannel.h"
 #include "host/NilObjectException.h"
 #include "host/OutOfBoundsException.h"
 #include "host/OutOfMemoryException.h"
@@ -72,6 +73,14 @@ App::App() {
     LongVersion = "2.0 (build 3)";
     ShortVersion = "2.0.4";
     Copyright = kCreditLine;
+}
+
+void App::wireLayers() {
+    // The record store logs through the host's channel; its lines take the same road.
+    host::LogChannel::setSink(&Globals::writelog);
+    cAmbrelisCommand::hooks = {&AmbrelisSupport::ErrorPacketReceived,
+                               &AmbrelisSupport::LogCommandReceived,
+                               &AmbrelisSupport::gSignalStrength};
 }
 
 bool App::sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now) {
