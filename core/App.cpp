@@ -4,6 +4,7 @@
 
 #include "core/Globals.h"
 #include "host/Clock.h"
+#include "host/ExceptionWrapper.h"
 #include "host/IllegalCastException.h"
 #include "host/KeyNotFoundException.h"
 #include "host/LogChannel.h"
@@ -27,6 +28,7 @@ using host::String;
 namespace {
 
 const char* const kCreditLine = "Copyright Tamsvale. All rights reserved.";
+constexpr std::int64_t kLastFlushMilliseconds = 1000;
 
 template <class T>
 bool isA(const host::RuntimeException& err) {
@@ -88,6 +90,17 @@ bool App::sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now) {
 }
 
 std::int64_t App::Event_Run(const host::Array<String>& args) {
+    std::int64_t status = 1;
+    host::ExceptionWrapper::run([&] { status = runDriver(args); });
+    // What is queued on the way out, the guard's report of what ended the run included, still
+    // reaches the controller.
+    if (AmbrelisSupport::AmbrelisSocket) {
+        AmbrelisSupport::AmbrelisSocket->flushWithin(kLastFlushMilliseconds);
+    }
+    return status;
+}
+
+std::int64_t App::runDriver(const host::Array<String>& args) {
     if (args.Ubound() == 1) {
         host::Print("Ambrelis Arp Table Presence Driver" + host::Chr(13));
         host::Print(String(kCreditLine) + host::Chr(13));

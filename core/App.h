@@ -28,4 +28,7 @@ public:
 
     // A sweep is due once strictly more than 30 seconds have passed since the last one ended.
     static bool sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now);
+
+private:
+    std::int64_t runDriver(const host::Array<host::String>& args);
 };

@@ -4,16 +4,14 @@
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cstring>
-#include <unordered_set>
 #include <utility>
 
+#include "host/Deadline.h"
 #include "host/ExceptionWrapper.h"
 #include "host/IOException.h"
 #include "host/ResolveIPv4.h"
@@ -35,24 +33,13 @@ constexpr std::size_t kFloodRead = std::size_t{64} << 10;
 // How long the rest of a message that has partly arrived is waited for.
 constexpr int kRestOfMessageWaitMs = 50;
 
-// Never destroyed: sockets with static lifetime still erase themselves during exit.
-std::unordered_set<TCPSocket*>& liveSockets() {
-    static auto* sockets = new std::unordered_set<TCPSocket*>;
-    return *sockets;
-}
-
 std::string callError(const char* call, int error) {
     return std::string(call) + ": " + std::strerror(error);
 }
 
 }  // namespace
 
-TCPSocket::TCPSocket() {
-    liveSockets().insert(this);
-}
-
 TCPSocket::~TCPSocket() {
-    liveSockets().erase(this);
     release();
 }
 
@@ -140,26 +127,17 @@ String TCPSocket::ReadAll(TextEncoding encoding) {
     return bytes;
 }
 
-void TCPSocket::flushAll(std::int64_t milliseconds) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-    for (TCPSocket* socket : liveSockets()) {
-        if (socket->state_ != State::Connected) {
-            continue;
-        }
-        int error = 0;
-        while (!socket->flushOutgoing(error) && error == 0) {
-            auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-            if (left.count() <= 0) {
-                break;
-            }
-            pollfd probe{socket->fd_.get(), POLLOUT, 0};
-            int wait = static_cast<int>(std::min<std::int64_t>(left.count(), INT_MAX));
-            if (::poll(&probe, 1, wait) < 0 && errno != EINTR) {
-                break;
-            }
+void TCPSocket::flushWithin(std::int64_t milliseconds) {
+    const Deadline deadline = Deadline::in(std::chrono::milliseconds(milliseconds));
+    int error = 0;
+    while (state_ == State::Connected && !flushOutgoing(error) && error == 0 &&
+           !deadline.passed()) {
+        pollfd writable{fd_.get(), POLLOUT, 0};
+        if (::poll(&writable, 1, deadline.pollTimeout()) < 0 && errno != EINTR) {
+            break;
         }
     }
+    updateInterest();
 }
 
 void TCPSocket::onReady(short revents) {
@@ -237,10 +215,9 @@ void TCPSocket::postFailure(std::string message, int error) {
     pendingFailure_ = true;
     pendingMessage_ = std::move(message);
     pendingError_ = error;
-    // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell, and the
-    // registry shows whether it still exists.
-    EventPump::instance().post([this] {
-        if (liveSockets().contains(this)) {
+    // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell.
+    EventPump::instance().post([this, alive = weak_from_this()] {
+        if (!alive.expired()) {
             deliverPending();
         }
     });

@@ -20,7 +20,8 @@ namespace host {
 // send()s; the rest leaves in order within the following pumps. Event_Error is raised once when
 // the connection is refused, lost or closed by the peer (after a last Event_DataAvailable for
 // bytes that came before); the socket then counts as not connected and drops later writes
-// silently.
+// silently. A failure found inside Connect waits for Poll, or for the pump when the socket is
+// owned by a shared_ptr (a Ref): the pump reports it only while the socket is still owned.
 //
 // A data event hands over all the kernel holds, up to 12 MiB a turn, so a burst that has arrived
 // is not cut by the reading. While more than kHighWater bytes wait to be sent the socket reads
@@ -28,7 +29,7 @@ namespace host {
 // process owes and holds stays bounded whatever the peer does.
 class TCPSocket : public std::enable_shared_from_this<TCPSocket> {
 public:
-    TCPSocket();
+    TCPSocket() = default;
     virtual ~TCPSocket();
     TCPSocket(const TCPSocket&) = delete;
     TCPSocket& operator=(const TCPSocket&) = delete;
@@ -46,6 +47,9 @@ public:
     void Write(const String& data);
     // Sends what the link takes now, under the same rules as Write.
     void Flush();
+    // Sends what is queued, waiting up to `milliseconds` for the link to take it, without
+    // raising any event: for the last bytes before the process ends.
+    void flushWithin(std::int64_t milliseconds);
     // All received bytes not yet read; empties the store.
     String ReadAll(TextEncoding encoding = TextEncoding::None);
     std::int64_t BytesAvailable() const { return static_cast<std::int64_t>(received_.size()); }
@@ -56,10 +60,6 @@ public:
 
     static constexpr std::int64_t kHighWater = std::int64_t{4} << 20;
     static constexpr std::int64_t kLowWater = std::int64_t{1} << 20;
-
-    // Sends what every socket still has queued, for at most `milliseconds`, without raising any
-    // event: the host's last act before the process ends.
-    static void flushAll(std::int64_t milliseconds);
 
 protected:
     virtual void Event_Connected() {}
