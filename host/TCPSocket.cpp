@@ -82,7 +82,7 @@ void TCPSocket::Close() {
     release();
     state_ = State::Idle;
     discardOutgoing();
-    pendingFailure_ = false;
+    pendingFailure_.reset();
 }
 
 void TCPSocket::Poll() {
@@ -205,16 +205,14 @@ void TCPSocket::fail(const std::string& message, int error) {
     IOException err{String(message), error};
     state_ = State::Failed;
     // A failure that Write or Flush left for the pump may be overtaken by one found here.
-    pendingFailure_ = false;
+    pendingFailure_.reset();
     release();
     discardOutgoing();
     Event_Error(err);
 }
 
 void TCPSocket::postFailure(std::string message, int error) {
-    pendingFailure_ = true;
-    pendingMessage_ = std::move(message);
-    pendingError_ = error;
+    pendingFailure_.emplace(std::move(message), error);
     // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell.
     EventPump::instance().post([this, alive = weak_from_this()] {
         if (!alive.expired()) {
@@ -229,8 +227,8 @@ void TCPSocket::deliverPending() {
         return;
     }
     auto self = weak_from_this().lock();
-    pendingFailure_ = false;
-    fail(std::exchange(pendingMessage_, {}), pendingError_);
+    const auto [message, error] = *std::exchange(pendingFailure_, std::nullopt);
+    fail(message, error);
 }
 
 // Reads until the kernel holds nothing more, so that what has arrived is handed over whole, and

@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/ByteQueue.h"
 #include "host/EventPump.h"
@@ -96,9 +98,8 @@ private:
     std::string received_;
     ByteQueue outgoing_;
     bool backedUp_ = false;
-    bool pendingFailure_ = false;
-    std::string pendingMessage_;
-    int pendingError_ = 0;
+    // What postFailure keeps: the message and its errno.
+    std::optional<std::pair<std::string, int>> pendingFailure_;
 };
 
 }  // namespace host

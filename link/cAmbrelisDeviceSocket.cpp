@@ -130,33 +130,25 @@ bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
             return true;
         }
         const Frame next = frameAt(buffer_.view());
-        if (next.multiPacket) {
-            if (size < next.length) {
-                Globals::writelog(
-                    "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
-                        " packet length is: " + host::Str(static_cast<std::int64_t>(next.length)),
-                    2);
-                return true;
-            }
-            const host::String frame(buffer_.take(next.length));
-            auto cmd = host::New<cAmbrelisCommand>();
-            cmd->Constructor();
-            if (!cmd->initFromMultiPacket(frame)) {
-                Globals::writelog("unable to parse multipacket", 1);
-                return true;
-            }
-            CommandSupportModule::HandleIncomingCommand(cmd);
-            continue;
+        if (next.length > size && !next.multiPacket) {
+            continue;  // incomplete: no return, the same bytes are tested again
         }
         if (next.length > size) {
-            // Incomplete: no return, the same bytes are tested again.
-            continue;
+            Globals::writelog(
+                "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
+                    " packet length is: " + host::Str(static_cast<std::int64_t>(next.length)),
+                2);
+            return true;
         }
         const host::String frame(buffer_.take(next.length));
         auto cmd = host::New<cAmbrelisCommand>();
         cmd->Constructor();
-        if (cmd->InitFromCommonMessage(frame)) {
+        if (next.multiPacket ? cmd->initFromMultiPacket(frame)
+                             : cmd->InitFromCommonMessage(frame)) {
             CommandSupportModule::HandleIncomingCommand(cmd);
+        } else if (next.multiPacket) {
+            Globals::writelog("unable to parse multipacket", 1);
+            return true;
         } else {
             Globals::writelog("Tamsvale: Received malformed packet from host", 4);
         }
