@@ -9,6 +9,7 @@
 
 #include "Counters.h"
 #include "LoopbackServer.h"
+#include "core/App.h"
 #include "core/Globals.h"
 #include "host/EventPump.h"
 #include "link/AmbrelisSupport.h"
@@ -82,6 +83,7 @@ BENCHMARK(BM_CutAndDispatchDelivery)->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
+    App::wireLayers();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

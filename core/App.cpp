@@ -4,8 +4,10 @@
 
 #include "core/Globals.h"
 #include "host/Clock.h"
+#include "host/ExceptionWrapper.h"
 #include "host/IllegalCastException.h"
 #include "host/KeyNotFoundException.h"
+#include "host/LogChannel.h"
 #include "host/NilObjectException.h"
 #include "host/OutOfBoundsException.h"
 #include "host/OutOfMemoryException.h"
@@ -26,6 +28,7 @@ using host::String;
 namespace {
 
 const char* const kCreditLine = "Copyright Tamsvale. All rights reserved.";
+constexpr std::int64_t kLastFlushMilliseconds = 1000;
 
 template <class T>
 bool isA(const host::RuntimeException& err) {
@@ -74,11 +77,30 @@ App::App() {
     Copyright = kCreditLine;
 }
 
+void App::wireLayers() {
+    // The record store logs through the host's channel; its lines take the same road.
+    host::LogChannel::setSink(&Globals::writelog);
+    cAmbrelisCommand::hooks = {&AmbrelisSupport::ErrorPacketReceived,
+                               &AmbrelisSupport::LogCommandReceived,
+                               &AmbrelisSupport::gSignalStrength};
+}
+
 bool App::sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now) {
     return now.TotalSeconds() - lastSweepEnd.TotalSeconds() > SweepTiming::kPeriodSeconds;
 }
 
 std::int64_t App::Event_Run(const host::Array<String>& args) {
+    std::int64_t status = 1;
+    host::ExceptionWrapper::run([&] { status = runDriver(args); });
+    // What is queued on the way out, the guard's report of what ended the run included, still
+    // reaches the controller.
+    if (AmbrelisSupport::AmbrelisSocket) {
+        AmbrelisSupport::AmbrelisSocket->flushWithin(kLastFlushMilliseconds);
+    }
+    return status;
+}
+
+std::int64_t App::runDriver(const host::Array<String>& args) {
     if (args.Ubound() == 1) {
         host::Print("Ambrelis Arp Table Presence Driver" + host::Chr(13));
         host::Print(String(kCreditLine) + host::Chr(13));

@@ -22,6 +22,13 @@ public:
     // Declared and never used.
     std::int64_t SleepTime = 0;
 
+    // Hands the lower layers the driver's log call and the message reader's hooks; the first
+    // thing a process that runs driver code does.
+    static void wireLayers();
+
     // A sweep is due once strictly more than 30 seconds have passed since the last one ended.
     static bool sweepIsDue(const host::Date& lastSweepEnd, const host::Date& now);
+
+private:
+    std::int64_t runDriver(const host::Array<host::String>& args);
 };

@@ -1,6 +1,5 @@
 #include "core/Globals.h"
 
-#include "host/LogChannel.h"
 #include "host/Print.h"
 #include "host/StringFunctions.h"
 #include "link/AmbrelisSupport.h"
@@ -21,10 +20,5 @@ void writelog(const host::String& text, std::int64_t level) {
         host::Print(text);
     }
 }
-
-namespace {
-// The record store logs through the host's channel; its lines take the same road.
-const bool kLogChannelInstalled = (host::LogChannel::setSink(&writelog), true);
-}  // namespace
 
 }  // namespace Globals

@@ -52,6 +52,7 @@ bool deliver(cAmbrelisDeviceSocket& socket, const host::String& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    App::wireLayers();
     // Failures that leave the handler go to the application's guard, as in the driver.
     host::ExceptionWrapper::setHandler(
         [](const host::RuntimeException& err) { return app().Event_UnhandledException(err); });

@@ -2,7 +2,6 @@
 
 #include "host/EventPump.h"
 #include "host/ExceptionWrapper.h"
-#include "host/TCPSocket.h"
 
 namespace host {
 
@@ -23,8 +22,6 @@ int ConsoleApplication::Run(const Array<String>& args) {
         [this](const RuntimeException& err) { return Event_UnhandledException(err); });
     std::int64_t result = 1;
     ExceptionWrapper::run([&] { result = Event_Run(args); });
-    // Lines queued on the way out (the guard's last report) still reach the controller.
-    TCPSocket::flushAll(1000);
     // The handler points at this object, which may not outlive Run.
     ExceptionWrapper::setHandler({});
     return static_cast<int>(result);

@@ -1,23 +1,20 @@
 #include "host/TCPSocket.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <cstring>
-#include <unordered_set>
 #include <utility>
 
+#include "host/Deadline.h"
 #include "host/ExceptionWrapper.h"
 #include "host/IOException.h"
+#include "host/ResolveIPv4.h"
 
 namespace host {
 
@@ -26,8 +23,6 @@ namespace {
 // Write sends at once from this much on: often enough that a handler which never returns to the
 // pump still gets its bytes out, rarely enough that a burst of small messages costs few send()s.
 constexpr std::int64_t kSendAtOnce = std::int64_t{64} << 10;
-// Storage kept after the queue has drained; more is given back.
-constexpr std::size_t kKeptCapacity = std::size_t{256} << 10;
 // A read when the kernel holds nothing only learns whether the peer has closed.
 constexpr std::size_t kProbeSize = 4096;
 // One turn's read: a burst of this size is handed over whole, and what it costs in memory, with
@@ -38,50 +33,13 @@ constexpr std::size_t kFloodRead = std::size_t{64} << 10;
 // How long the rest of a message that has partly arrived is waited for.
 constexpr int kRestOfMessageWaitMs = 50;
 
-// Never destroyed: sockets with static lifetime still erase themselves during exit.
-std::unordered_set<TCPSocket*>& liveSockets() {
-    static auto* sockets = new std::unordered_set<TCPSocket*>;
-    return *sockets;
-}
-
 std::string callError(const char* call, int error) {
     return std::string(call) + ": " + std::strerror(error);
 }
 
-// Empty on success; otherwise the reason, with its errno (0 for a resolver failure).
-std::string resolve(const String& host, std::int64_t port, sockaddr_in& address, int& error) {
-    if (port < 1 || port > 65535) {
-        error = EINVAL;
-        return "connect: port " + std::to_string(port) + " out of range";
-    }
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    if (::inet_pton(AF_INET, host.bytes().c_str(), &address.sin_addr) == 1) {
-        return {};
-    }
-    // A name: resolving blocks, which is acceptable for the controller's address at start-up.
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    int status = ::getaddrinfo(host.bytes().c_str(), nullptr, &hints, &found);
-    if (status != 0) {
-        error = status == EAI_SYSTEM ? errno : 0;
-        return "getaddrinfo(" + host.bytes() + "): " + ::gai_strerror(status);
-    }
-    address.sin_addr = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
-    ::freeaddrinfo(found);
-    return {};
-}
-
 }  // namespace
 
-TCPSocket::TCPSocket() {
-    liveSockets().insert(this);
-}
-
 TCPSocket::~TCPSocket() {
-    liveSockets().erase(this);
     release();
 }
 
@@ -93,22 +51,22 @@ void TCPSocket::Connect() {
 
     sockaddr_in address{};
     int error = 0;
-    std::string problem = resolve(Address, Port, address, error);
+    std::string problem = resolveIPv4(Address, Port, address, error);
     if (!problem.empty()) {
         postFailure(std::move(problem), error);
         return;
     }
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd_ < 0) {
+    fd_ = UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!fd_) {
         error = errno;
         postFailure(callError("socket", error), error);
         return;
     }
     // Small messages go out at once; failing to set it costs only latency.
     int one = 1;
-    ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    ::setsockopt(fd_.get(), IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     // EINTR leaves the connection going on in the background, just like EINPROGRESS.
-    if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
+    if (::connect(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 &&
         errno != EINPROGRESS && errno != EINTR) {
         error = errno;
         release();
@@ -116,14 +74,15 @@ void TCPSocket::Connect() {
         return;
     }
     // Even an immediate success is reported by the pump, never from inside Connect.
-    watch_ = EventPump::instance().watch(fd_, POLLOUT, [this](short revents) { onReady(revents); });
+    watch_ = EventPump::instance().watch(fd_.get(), POLLOUT,
+                                         [this](short revents) { onReady(revents); });
 }
 
 void TCPSocket::Close() {
     release();
     state_ = State::Idle;
     discardOutgoing();
-    pendingFailure_ = false;
+    pendingFailure_.reset();
 }
 
 void TCPSocket::Poll() {
@@ -141,7 +100,7 @@ void TCPSocket::Write(const String& data) {
     if ((state_ != State::Connecting && state_ != State::Connected) || pendingFailure_) {
         return;
     }
-    outgoing_ += data.bytes();
+    outgoing_.append(data.bytes());
     if (BytesLeftToSend() >= kSendAtOnce) {
         Flush();
     } else {
@@ -168,26 +127,17 @@ String TCPSocket::ReadAll(TextEncoding encoding) {
     return bytes;
 }
 
-void TCPSocket::flushAll(std::int64_t milliseconds) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
-    for (TCPSocket* socket : liveSockets()) {
-        if (socket->state_ != State::Connected) {
-            continue;
-        }
-        int error = 0;
-        while (!socket->flushOutgoing(error) && error == 0) {
-            auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-            if (left.count() <= 0) {
-                break;
-            }
-            pollfd probe{socket->fd_, POLLOUT, 0};
-            int wait = static_cast<int>(std::min<std::int64_t>(left.count(), INT_MAX));
-            if (::poll(&probe, 1, wait) < 0 && errno != EINTR) {
-                break;
-            }
+void TCPSocket::flushWithin(std::int64_t milliseconds) {
+    const Deadline deadline = Deadline::in(std::chrono::milliseconds(milliseconds));
+    int error = 0;
+    while (state_ == State::Connected && !flushOutgoing(error) && error == 0 &&
+           !deadline.passed()) {
+        pollfd writable{fd_.get(), POLLOUT, 0};
+        if (::poll(&writable, 1, deadline.pollTimeout()) < 0 && errno != EINTR) {
+            break;
         }
     }
+    updateInterest();
 }
 
 void TCPSocket::onReady(short revents) {
@@ -203,7 +153,7 @@ void TCPSocket::onReady(short revents) {
 void TCPSocket::finishConnect() {
     int error = 0;
     socklen_t length = sizeof error;
-    if (::getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
+    if (::getsockopt(fd_.get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
         error = errno;
     }
     if (error != 0) {
@@ -255,20 +205,17 @@ void TCPSocket::fail(const std::string& message, int error) {
     IOException err{String(message), error};
     state_ = State::Failed;
     // A failure that Write or Flush left for the pump may be overtaken by one found here.
-    pendingFailure_ = false;
+    pendingFailure_.reset();
     release();
     discardOutgoing();
     Event_Error(err);
 }
 
 void TCPSocket::postFailure(std::string message, int error) {
-    pendingFailure_ = true;
-    pendingMessage_ = std::move(message);
-    pendingError_ = error;
-    // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell, and the
-    // registry shows whether it still exists.
-    EventPump::instance().post([this] {
-        if (liveSockets().contains(this)) {
+    pendingFailure_.emplace(std::move(message), error);
+    // Not kept alive by the task: a socket dropped meanwhile has nobody left to tell.
+    EventPump::instance().post([this, alive = weak_from_this()] {
+        if (!alive.expired()) {
             deliverPending();
         }
     });
@@ -280,8 +227,8 @@ void TCPSocket::deliverPending() {
         return;
     }
     auto self = weak_from_this().lock();
-    pendingFailure_ = false;
-    fail(std::exchange(pendingMessage_, {}), pendingError_);
+    const auto [message, error] = *std::exchange(pendingFailure_, std::nullopt);
+    fail(message, error);
 }
 
 // Reads until the kernel holds nothing more, so that what has arrived is handed over whole, and
@@ -301,7 +248,7 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
             limit = total + missing;
         }
         int queued = 0;
-        if (::ioctl(fd_, FIONREAD, &queued) != 0) {
+        if (::ioctl(fd_.get(), FIONREAD, &queued) != 0) {
             error = errno;
             return;
         }
@@ -315,7 +262,7 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
             received_.reserve(start + limit - total);
         }
         received_.resize(start + want);
-        const ssize_t count = ::recv(fd_, received_.data() + start, want, 0);
+        const ssize_t count = ::recv(fd_.get(), received_.data() + start, want, 0);
         received_.resize(start + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         if (count > 0) {
             total += static_cast<std::size_t>(count);
@@ -323,7 +270,7 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
             closed = true;
             return;
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-            pollfd more{fd_, POLLIN, 0};
+            pollfd more{fd_.get(), POLLIN, 0};
             if (bytesShortOfWholeMessage(received_) == 0 ||
                 ::poll(&more, 1, kRestOfMessageWaitMs) <= 0) {
                 return;
@@ -336,11 +283,11 @@ void TCPSocket::readAvailable(int& error, bool& closed) {
 }
 
 bool TCPSocket::flushOutgoing(int& error) {
-    while (sentHead_ < outgoing_.size()) {
-        ssize_t count =
-            ::send(fd_, outgoing_.data() + sentHead_, outgoing_.size() - sentHead_, MSG_NOSIGNAL);
+    while (!outgoing_.empty()) {
+        const ssize_t count =
+            ::send(fd_.get(), outgoing_.view().data(), outgoing_.size(), MSG_NOSIGNAL);
         if (count >= 0) {
-            sentHead_ += static_cast<std::size_t>(count);
+            outgoing_.consume(static_cast<std::size_t>(count));
         } else if (errno != EINTR) {
             if (errno != EAGAIN && errno != EWOULDBLOCK) {
                 error = errno;
@@ -348,31 +295,11 @@ bool TCPSocket::flushOutgoing(int& error) {
             break;
         }
     }
-    dropSent();
-    return BytesLeftToSend() == 0;
-}
-
-// Moving the unsent rest only once it is no more than what has left keeps a long queue linear.
-void TCPSocket::dropSent() {
-    if (sentHead_ == outgoing_.size()) {
-        sentHead_ = 0;
-        if (outgoing_.capacity() > kKeptCapacity) {
-            std::string().swap(outgoing_);
-        } else {
-            outgoing_.clear();
-        }
-    } else if (sentHead_ >= outgoing_.size() - sentHead_) {
-        outgoing_.erase(0, sentHead_);
-        sentHead_ = 0;
-        if (outgoing_.capacity() > kKeptCapacity && outgoing_.capacity() > 4 * outgoing_.size()) {
-            outgoing_.shrink_to_fit();
-        }
-    }
+    return outgoing_.empty();
 }
 
 void TCPSocket::discardOutgoing() {
-    std::string().swap(outgoing_);
-    sentHead_ = 0;
+    outgoing_.clear();
     backedUp_ = false;
 }
 
@@ -403,10 +330,7 @@ void TCPSocket::release() {
         EventPump::instance().unwatch(watch_);
         watch_ = 0;
     }
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
-    }
+    fd_.reset();
 }
 
 }  // namespace host

@@ -2,13 +2,17 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "host/ByteQueue.h"
 #include "host/EventPump.h"
 #include "host/RuntimeException.h"
 #include "host/String.h"
 #include "host/TextEncoding.h"
+#include "host/UniqueFd.h"
 
 namespace host {
 
@@ -18,7 +22,8 @@ namespace host {
 // send()s; the rest leaves in order within the following pumps. Event_Error is raised once when
 // the connection is refused, lost or closed by the peer (after a last Event_DataAvailable for
 // bytes that came before); the socket then counts as not connected and drops later writes
-// silently.
+// silently. A failure found inside Connect waits for Poll, or for the pump when the socket is
+// owned by a shared_ptr (a Ref): the pump reports it only while the socket is still owned.
 //
 // A data event hands over all the kernel holds, up to 12 MiB a turn, so a burst that has arrived
 // is not cut by the reading. While more than kHighWater bytes wait to be sent the socket reads
@@ -26,7 +31,7 @@ namespace host {
 // process owes and holds stays bounded whatever the peer does.
 class TCPSocket : public std::enable_shared_from_this<TCPSocket> {
 public:
-    TCPSocket();
+    TCPSocket() = default;
     virtual ~TCPSocket();
     TCPSocket(const TCPSocket&) = delete;
     TCPSocket& operator=(const TCPSocket&) = delete;
@@ -44,22 +49,19 @@ public:
     void Write(const String& data);
     // Sends what the link takes now, under the same rules as Write.
     void Flush();
+    // Sends what is queued, waiting up to `milliseconds` for the link to take it, without
+    // raising any event: for the last bytes before the process ends.
+    void flushWithin(std::int64_t milliseconds);
     // All received bytes not yet read; empties the store.
     String ReadAll(TextEncoding encoding = TextEncoding::None);
     std::int64_t BytesAvailable() const { return static_cast<std::int64_t>(received_.size()); }
-    std::int64_t BytesLeftToSend() const {
-        return static_cast<std::int64_t>(outgoing_.size() - sentHead_);
-    }
+    std::int64_t BytesLeftToSend() const { return static_cast<std::int64_t>(outgoing_.size()); }
     // True from the moment more than kHighWater bytes wait to be sent until fewer than kLowWater
     // do; reading stays paused meanwhile.
     bool IsBackedUp() const { return backedUp_; }
 
     static constexpr std::int64_t kHighWater = std::int64_t{4} << 20;
     static constexpr std::int64_t kLowWater = std::int64_t{1} << 20;
-
-    // Sends what every socket still has queued, for at most `milliseconds`, without raising any
-    // event: the host's last act before the process ends.
-    static void flushAll(std::int64_t milliseconds);
 
 protected:
     virtual void Event_Connected() {}
@@ -86,22 +88,18 @@ private:
     void deliverPending();
     void readAvailable(int& error, bool& closed);
     bool flushOutgoing(int& error);
-    void dropSent();
     void discardOutgoing();
     void updateInterest();
     void release();
 
     State state_ = State::Idle;
-    int fd_ = -1;
+    UniqueFd fd_;
     EventPump::WatchId watch_ = 0;
     std::string received_;
-    // The bytes before sentHead_ have left; they are dropped in bulk, not one send() at a time.
-    std::string outgoing_;
-    std::size_t sentHead_ = 0;
+    ByteQueue outgoing_;
     bool backedUp_ = false;
-    bool pendingFailure_ = false;
-    std::string pendingMessage_;
-    int pendingError_ = 0;
+    // What postFailure keeps: the message and its errno.
+    std::optional<std::pair<std::string, int>> pendingFailure_;
 };
 
 }  // namespace host

@@ -4,7 +4,6 @@
 #include "host/ConsoleApplication.h"
 #include "host/StringFunctions.h"
 #include "link/CommandSupportModule.h"
-#include "wire/cAmbrelisCommand.h"
 
 namespace AmbrelisSupport {
 
@@ -47,10 +46,5 @@ bool WaitForAmbrelisConnection(std::int64_t timeoutSeconds) {
 void ErrorPacketReceived(const cAmbrelisCommand& /*cmd*/) {}
 
 void LogCommandReceived(const cAmbrelisCommand& /*cmd*/) {}
-
-namespace {
-const bool kReaderHooksInstalled =
-    (cAmbrelisCommand::hooks = {&ErrorPacketReceived, &LogCommandReceived, &gSignalStrength}, true);
-}  // namespace
 
 }  // namespace AmbrelisSupport

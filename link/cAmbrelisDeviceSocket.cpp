@@ -107,83 +107,48 @@ void cAmbrelisDeviceSocket::reportDroppedLines() {
 }
 
 std::size_t cAmbrelisDeviceSocket::bytesShortOfWholeMessage(std::string_view received) const {
-    if (pending() == 0) {
+    if (buffer_.empty()) {
         return shortOfWholeMessages(received);
     }
-    return shortOfWholeMessages(buffer_.substr(head_) + std::string(received));
+    std::string joined(buffer_.view());
+    joined += received;
+    return shortOfWholeMessages(joined);
 }
 
 host::String cAmbrelisDeviceSocket::Buffer() const {
-    return host::String(buffer_.substr(head_));
+    return host::String(std::string(buffer_.view()));
 }
 
 void cAmbrelisDeviceSocket::appendToBuffer(host::String bytes) {
-    std::string& delivery = bytes.bytes();
-    if (pending() <= delivery.size()) {
-        // The rest of a message goes before a large delivery, rather than the delivery behind
-        // it, and the old storage is given back first.
-        std::string rest = buffer_.substr(head_);
-        std::string().swap(buffer_);
-        delivery.insert(0, rest);
-        buffer_ = std::move(delivery);
-    } else {
-        buffer_.erase(0, head_);
-        buffer_ += delivery;
-    }
-    head_ = 0;
-}
-
-// What has been cut is not kept in memory while the rest waits for the next delivery.
-void cAmbrelisDeviceSocket::releaseCut() {
-    if (head_ > 0) {
-        buffer_ = buffer_.substr(head_);
-        head_ = 0;
-    }
-}
-
-host::String cAmbrelisDeviceSocket::cut(std::size_t length) {
-    host::String frame(buffer_.substr(head_, length));
-    head_ += length;
-    return frame;
+    buffer_.append(std::move(bytes.bytes()));
 }
 
 bool cAmbrelisDeviceSocket::cutStream(std::uint64_t maxPasses) {
     for (std::uint64_t pass = 0; pass < maxPasses; ++pass) {
-        const std::size_t size = pending();
+        const std::size_t size = buffer_.size();
         if (size == 0) {
-            releaseCut();
             return true;
         }
-        const Frame next = frameAt(std::string_view(buffer_).substr(head_));
-        if (next.multiPacket) {
-            if (size < next.length) {
-                Globals::writelog(
-                    "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
-                        " packet length is: " + host::Str(static_cast<std::int64_t>(next.length)),
-                    2);
-                releaseCut();
-                return true;
-            }
-            host::String frame = cut(next.length);
-            auto cmd = host::New<cAmbrelisCommand>();
-            cmd->Constructor();
-            if (!cmd->initFromMultiPacket(frame)) {
-                Globals::writelog("unable to parse multipacket", 1);
-                releaseCut();
-                return true;
-            }
-            CommandSupportModule::HandleIncomingCommand(cmd);
-            continue;
+        const Frame next = frameAt(buffer_.view());
+        if (next.length > size && !next.multiPacket) {
+            continue;  // incomplete: no return, the same bytes are tested again
         }
         if (next.length > size) {
-            // Incomplete: no return, the same bytes are tested again.
-            continue;
+            Globals::writelog(
+                "bufflength is " + host::Str(static_cast<std::int64_t>(size)) +
+                    " packet length is: " + host::Str(static_cast<std::int64_t>(next.length)),
+                2);
+            return true;
         }
-        host::String frame = cut(next.length);
+        const host::String frame(buffer_.take(next.length));
         auto cmd = host::New<cAmbrelisCommand>();
         cmd->Constructor();
-        if (cmd->InitFromCommonMessage(frame)) {
+        if (next.multiPacket ? cmd->initFromMultiPacket(frame)
+                             : cmd->InitFromCommonMessage(frame)) {
             CommandSupportModule::HandleIncomingCommand(cmd);
+        } else if (next.multiPacket) {
+            Globals::writelog("unable to parse multipacket", 1);
+            return true;
         } else {
             Globals::writelog("Tamsvale: Received malformed packet from host", 4);
         }

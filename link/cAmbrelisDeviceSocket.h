@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/ByteQueue.h"
 #include "host/Ref.h"
 #include "host/String.h"
 #include "host/TCPSocket.h"
@@ -44,15 +45,9 @@ protected:
     void Event_SendComplete() override;
 
 private:
-    std::size_t pending() const { return buffer_.size() - head_; }
-    host::String cut(std::size_t length);
-    void releaseCut();
     void reportDroppedLines();
 
-    // The buffer is buffer_ from head_ on: cutting moves head_ instead of moving the bytes, so a
-    // delivery of many small messages costs no quadratic copying.
-    std::string buffer_;
-    std::size_t head_ = 0;
+    host::ByteQueue buffer_;
     // Log lines given up since the last count was written.
     std::int64_t droppedLines_ = 0;
 };

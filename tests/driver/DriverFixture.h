@@ -24,12 +24,14 @@ inline std::string control(char command, char flags = 0x40) {
     return std::string("X\x10\x61\x40LX") + flags + "0" + command + std::string("03\0\0\0 \r", 7);
 }
 
-// Runs driver code in-process the way the host does, against a fake controller on loopback and
-// the fake network tools first on PATH. Failures that leave a handler go to the application's
-// guard. Tear-down lets every ping end, drops the link and checks that the pump holds nothing.
+// Runs driver code in-process the way the host does, wired as main wires it, against a fake
+// controller on loopback and the fake network tools first on PATH. Failures that leave a handler
+// go to the application's guard. Tear-down lets every ping end, drops the link and checks that
+// the pump holds nothing.
 class DriverFixture : public ::testing::Test {
 protected:
     void SetUp() override {
+        App::wireLayers();
         host::ExceptionWrapper::setHandler([this](const host::RuntimeException& err) {
             return app.Event_UnhandledException(err);
         });

@@ -274,6 +274,9 @@ TEST_F(ScanTest, UnitListsMakePingHostsKeepWhatTheyKnowAndAnswerMacUnitsAtOnce) 
                  host::RuntimeException);
     EXPECT_EQ(lamp->MyIPAddress.bytes(), "10.4.0.9");
     EXPECT_EQ(settle(), Lines{});
+    // The record store's own line takes the driver's road, as the process wired it.
+    Globals::gScanner->gotUnitsFromAmbrelis(message({{"DATA", "Mfrq\x41?  E"}}));
+    EXPECT_EQ(settle(), Lines{"mcmd=WrtL Valu=4 DATA=read error unable to get byte order"});
 
     // A deletion goes by the id alone, and a MAC unit has nothing to delete.
     const std::string removed = "mcmd=WrtL Valu=2 DATA=pings will no longer be sent to: ";

@@ -240,4 +240,31 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
                      "error " + std::to_string(EINVAL)}));
 }
 
+// Connected with nothing to send, the pump sleeps in poll(): a send watch left on would wake it
+// at once, turn after turn, and burn the whole wait. A bounded flush sends without the pump, and
+// gives up in its time on a peer that reads nothing.
+TEST_F(PumpTest, SocketWithNothingToSendLetsThePumpSleepAndAFlushWaitsNoLongerThanAsked) {
+    testsupport::LoopbackServer server;
+    auto socket = std::make_shared<RecordingSocket>();
+    socket->Address = "127.0.0.1";
+    socket->Port = server.port();
+    socket->Connect();
+    socket->Write(host::String("sent by the pump"));
+    ASSERT_TRUE(server.accept() && pumpUntil([&] { return socket->BytesLeftToSend() == 0; }));
+    const double cpuFrom = testsupport::cpuSeconds(::getpid());
+    host::ConsoleApplication::DoEvents(500);
+    EXPECT_LT(testsupport::cpuSeconds(::getpid()) - cpuFrom, 0.05);
+
+    socket->Write(host::String(", and by the flush"));
+    socket->flushWithin(1000);
+    EXPECT_EQ(server.receive(0ms), "sent by the pump, and by the flush");
+    socket->Write(host::String(std::string(std::size_t{16} << 20, 'x')));
+    const auto begun = std::chrono::steady_clock::now();
+    socket->flushWithin(200);
+    const auto waited = std::chrono::steady_clock::now() - begun;
+    EXPECT_GT(socket->BytesLeftToSend(), 0);
+    EXPECT_TRUE(waited >= 200ms && waited < 5s);
+    EXPECT_EQ(socket->events, Names{"connected"});
+}
+
 }  // namespace
