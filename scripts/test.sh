@@ -28,12 +28,14 @@ if [[ ${1:-} == --quick ]]; then
     stage "build" build
     stage "unit suites" ctest --test-dir build --output-on-failure -j "$(nproc)" \
         -L 'host|wire|store|driver'
+    scripts/skips.sh build
     exit
 fi
 
 stage "set-up" scripts/install-deps.sh
 stage "build" build
 stage "every test" ctest --test-dir build --output-on-failure -j "$(nproc)"
+scripts/skips.sh build
 stage "every test under the sanitizers" scripts/sanitize.sh
 stage "fuzz corpora replay" scripts/fuzz.sh replay
 stage "static checks" env TIDY_BUILD_DIR=build scripts/tidy.sh
