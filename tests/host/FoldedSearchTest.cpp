@@ -12,8 +12,9 @@ TEST(FoldedSearchTest, AsciiLettersMatchWithoutCase) {
     const String utf8("h\xC3\xA9llo", TextEncoding::UTF8), raw("h\xC3\xA9llo", TextEncoding::None);
     // clang-format off
     const std::pair<String, std::string> texts[] = {
-        {NthField("aXb,xc", "x", 3), "c"}, {NthField("ab", "", 1), "ab"},
-        {Split(utf8, "")[1], "\xC3\xA9"}, {Split(raw, "")[1], "\xC3"},
+        {NthField("aXb,xc", "x", 3), "c"}, {NthField("aXb", "x", 1), "a"},
+        {NthField("ab", "", 1), "ab"}, {Split(utf8, "")[1], "\xC3\xA9"},
+        {Split(raw, "")[1], "\xC3"}, {Trim(" \t\r\n\v\fa b\f "), "a b"}, {Trim(" \t "), ""},
         {ReplaceAll("aaa Hello hello", "hello", "bye"), "aaa bye bye"},
         {ReplaceAll("aaa", "aa", "") + ReplaceAll("abc", "", "x"), "aabc"}};
     const std::pair<std::int64_t, std::int64_t> positions[] = {

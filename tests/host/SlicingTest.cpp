@@ -19,6 +19,7 @@ TEST(SlicingTest, CharactersCountOnlyInUtf8) {
     }
     EXPECT_EQ(Len(utf8), 5);
     EXPECT_EQ(Len(raw), 6);
+    EXPECT_EQ(AscB(""), 0);
     EXPECT_EQ((String() + Mid(utf8, 2) + String()).encoding(), TextEncoding::UTF8);
     EXPECT_EQ((String("a") + String(std::string("b"))).encoding(), TextEncoding::None);
 }

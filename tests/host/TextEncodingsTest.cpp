@@ -12,16 +12,18 @@ TEST(TextEncodingsTest, UntaggedBytesAreUtf8OnlyWhenWellFormed) {
     using enum TextEncoding;
     // clang-format off
     const std::pair<String, std::string> texts[] = {
-        {Chr(0xE9), "\xC3\xA9"}, {ConvertEncoding(String(std::string("\xC0\xAF")), UTF8), "\xC3\x80\xC2\xAF"},
+        {Chr(0xE9), "\xC3\xA9"}, {Chr(-1) + Chr(0xD800) + Chr(0xDFFF) + Chr(0x110000), ""},
+        {Chr(0xD7FF) + Chr(0xE000) + Chr(0x10FFFF), "\xED\x9F\xBF\xEE\x80\x80\xF4\x8F\xBF\xBF"},
+        {ConvertEncoding(String(std::string("\xC0\xAF")), UTF8), "\xC3\x80\xC2\xAF"},
         {ConvertEncoding(String("\xC3\xA9\xE2\x82\xAC"), Latin1), "\xE9?"},
         {ConvertEncoding(String("\x80", None), UTF8), "\xC2\x80"},
         {ConvertEncoding(String("\xC3(", None), UTF8), "\xC3\x83("},
         {ConvertEncoding(String("\xDF\xBF\xF4\x8F\xBF\xBF", None), Latin1), "??"}};
     const std::pair<std::string_view, char32_t> sequences[] = {
-        {"\xE0\x9F\xBF", 0}, {"\xE0\xA0\x80", 0x800}, {"\xE2\x82\xAC", 0x20AC}, {"\xED\x9F\xBF", 0xD7FF},
-        {"\xED\xA0\x80", 0}, {"\xEF\xBF\xBD", 0xFFFD}, {"\xF0\x8F\xBF\xBF", 0}, {"\xF0\x90\x80\x80", 0x10000},
-        {"\xF1\x80\x80\x80", 0x40000}, {"\xF0\x9F\x98\x80", 0x1F600}, {"\xF4\x8F\xBF\xBF", 0x10FFFF},
-        {"\xF4\x90\x80\x80", 0}};
+        {"\xE0\x9F\xBF", 0}, {"\xE0\xA0\x80", 0x800}, {"\xE2\x82\xAC", 0x20AC},
+        {"\xED\x9F\xBF", 0xD7FF}, {"\xED\xA0\x80", 0}, {"\xEF\xBF\xBD", 0xFFFD},
+        {"\xF0\x8F\xBF\xBF", 0}, {"\xF0\x90\x80\x80", 0x10000}, {"\xF1\x80\x80\x80", 0x40000},
+        {"\xF0\x9F\x98\x80", 0x1F600}, {"\xF4\x8F\xBF\xBF", 0x10FFFF}, {"\xF4\x90\x80\x80", 0}};
     // clang-format on
     for (std::size_t row = 0; row < std::size(texts); ++row) {
         EXPECT_EQ(texts[row].first.bytes(), texts[row].second) << "text row " << row;
