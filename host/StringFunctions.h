@@ -7,7 +7,8 @@
 #include "host/String.h"
 #include "host/TextEncoding.h"
 
-// The host's string functions. Positions count from 1. The B variants count bytes and ignore the
+// The host's string functions, defined by subject in Slicing, FoldedSearch, NumberText and
+// TextEncodings (.cpp). Positions count from 1. The B variants count bytes and ignore the
 // encoding; the others count characters, which on a string without a tag are bytes. Searches
 // (NthField, InStr, Split, ReplaceAll) match the separator by the host's equality, so ASCII
 // letters match without case. Results keep the encoding tag of the text they came from.
@@ -28,12 +29,6 @@ String Left(const String& text, std::int64_t count);
 String Right(const String& text, std::int64_t count);
 String Mid(const String& text, std::int64_t start);
 String Mid(const String& text, std::int64_t start, std::int64_t length);
-// The character of a code point, as UTF-8.
-String Chr(std::int64_t codePoint);
-
-// Length of the well-formed UTF-8 sequence at offset i, with its code point in cp; 0 when the
-// bytes there are not one (overlong forms, surrogates and values past U+10FFFF included).
-std::size_t decodeUtf8(std::string_view s, std::size_t i, char32_t& cp);
 
 // Plain decimal digits; a double without fraction has no point.
 String Str(std::int64_t n);
@@ -75,8 +70,15 @@ Array<String> Split(const String& text, const String& separator);
 // White space (blank, tab, CR, LF, VT, FF) stripped at both ends.
 String Trim(const String& text);
 String ReplaceAll(const String& text, const String& find, const String& replacement);
-String EndOfLine();
+inline String EndOfLine() {
+    return {"\n"};
+}
 
+// The character of a code point, as UTF-8.
+String Chr(std::int64_t codePoint);
+// Length of the well-formed UTF-8 sequence at offset i, with its code point in cp; 0 when the
+// bytes there are not one (overlong forms, surrogates and values past U+10FFFF included).
+std::size_t decodeUtf8(std::string_view s, std::size_t i, char32_t& cp);
 // Tag bytes as an encoding, untouched.
 String DefineEncoding(const String& text, TextEncoding encoding);
 // Convert to an encoding. Untagged bytes that are valid UTF-8 are taken as UTF-8, other
