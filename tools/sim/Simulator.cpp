@@ -42,6 +42,10 @@ std::string secondsText(double seconds) {
     return text.data();
 }
 
+host::Deadline after(double seconds) {
+    return host::Deadline::in(std::chrono::milliseconds(std::llround(seconds * 1000)));
+}
+
 // A multi-packet with the verb under "mcmd" and at most one more pair.
 std::string message(const char* verb, const char* key = nullptr, const host::String& value = {}) {
     auto cmd = host::New<cAmbrelisCommand>();
@@ -129,11 +133,6 @@ double Simulator::now() const {
     return std::chrono::duration<double>(Clock::now() - start_).count();
 }
 
-host::Deadline Simulator::in(double seconds) const {
-    return host::Deadline(Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                             std::chrono::duration<double>(seconds)));
-}
-
 void Simulator::event(const std::string& line) {
     if (!screen_) {
         std::printf("%.1fs %s\n", now(), line.c_str());
@@ -174,9 +173,9 @@ int Simulator::run() {
     notice("started " + Printable::of(path) + " (pid " + std::to_string(driver_->pid()) + ")");
     watch(kOutput, driver_->output(), [this](short) { readDriverOutput(); });
     watch(kEnded, driver_->pidfd(), [this](short) { driverEnded(); });
-    connectBy_ = in(kConnectSeconds);
+    connectBy_ = after(kConnectSeconds);
     if (options_.runSeconds > 0) {
-        runUntil_ = in(options_.runSeconds);
+        runUntil_ = after(options_.runSeconds);
     }
     const auto show = [this] {
         if (screen_) {
@@ -331,7 +330,7 @@ void Simulator::giveTimeToEnd() {
     }
     clock_.stop();
     closeWait_ = closeSeconds(hosts);
-    closeBy_ = in(closeWait_);
+    closeBy_ = after(closeWait_);
     notice("waiting up to " + secondsText(closeWait_) + " s for the driver to end");
 }
 

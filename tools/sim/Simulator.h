@@ -30,8 +30,6 @@ public:
 
     Simulator(const SimOptions& options, std::string setUnitsPacket);
     ~Simulator();
-    Simulator(const Simulator&) = delete;
-    Simulator& operator=(const Simulator&) = delete;
     // Runs until the driver has ended and returns the simulator's exit status.
     int run();
 
@@ -44,7 +42,6 @@ private:
     void watch(Source source, int fd, host::EventPump::Handler handler);
     void unwatch(Source source);
     double now() const;
-    host::Deadline in(double seconds) const;
     int timeoutMs() const;
     std::string status() const;
     void event(const std::string& line);

@@ -172,22 +172,25 @@ void Simulator::cutStream() {
         const std::string_view pending = incoming_.view();
         if (!greeted_) {
             const std::size_t end = pending.substr(0, kMostGreetingBytes).find('\r');
-            if (end != std::string_view::npos) {
-                greeted_ = true;
-                greeting(incoming_.take(end));
-                incoming_.consume(1);
-            } else if (pending.size() >= kMostGreetingBytes) {
-                // What came is read as messages, so that a driver without a greeting still
-                // shows what it sends.
-                greeted_ = true;
-                notice("stream: no greeting line in the first " +
-                       std::to_string(kMostGreetingBytes) + " bytes");
-            } else {
+            if (end == std::string_view::npos && pending.size() < kMostGreetingBytes) {
                 return;
             }
-        } else if (pending.empty()) {
+            greeted_ = true;
+            if (end != std::string_view::npos) {
+                greeting(incoming_.take(end));
+                incoming_.consume(1);
+            } else {
+                // What came is read as messages, so that a driver without a greeting still
+                // shows what it sends.
+                notice("stream: no greeting line in the first " +
+                       std::to_string(kMostGreetingBytes) + " bytes");
+            }
+            continue;
+        }
+        if (pending.empty()) {
             return;
-        } else if (pending.front() != kLead) {
+        }
+        if (pending.front() != kLead) {
             // Out of step: skip to the next byte that could begin a packet.
             const std::size_t skip = std::min(pending.find(kLead, 1), pending.size());
             std::array<char, 8> first{};
@@ -196,22 +199,26 @@ void Simulator::cutStream() {
             incoming_.consume(skip);
             notice("stream: skipped " + std::to_string(skip) +
                    " bytes that begin no message (first " + first.data() + ")");
-        } else if (pending.size() < 3) {
+            continue;
+        }
+        if (pending.size() < 3) {
             return;
-        } else if (const std::size_t length = host::byteorder::load<2>(pending.data() + 1, true);
-                   length < kHeaderSize) {
+        }
+        const std::size_t length = host::byteorder::load<2>(pending.data() + 1, true);
+        if (length < kHeaderSize) {
             incoming_.consume(1);
             notice("stream: skipped a message whose length field is " + std::to_string(length));
-        } else if (pending.size() < length) {
+            continue;
+        }
+        if (pending.size() < length) {
             return;
+        }
+        auto message = host::New<cAmbrelisCommand>();
+        message->Constructor();
+        if (message->initFromMultiPacket(host::String(incoming_.take(length)))) {
+            handleMessage(*message);
         } else {
-            auto message = host::New<cAmbrelisCommand>();
-            message->Constructor();
-            if (message->initFromMultiPacket(host::String(incoming_.take(length)))) {
-                handleMessage(*message);
-            } else {
-                notice("stream: a message that could not be read");
-            }
+            notice("stream: a message that could not be read");
         }
     }
 }
