@@ -127,7 +127,7 @@ std::string SimOptions::driverToStart() const {
 }
 
 std::string SimOptions::versionText() {
-    return std::string("ambrelis-sim ") + AMBRELIS_SIM_VERSION;
+    return "ambrelis-sim " AMBRELIS_SIM_VERSION;
 }
 
 std::string SimOptions::helpText() {
