@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/UniqueFd.h"
+
 namespace testsupport {
 
 // The driver started as a child process, the way the controller starts it, with its standard
@@ -31,7 +33,7 @@ private:
     void readAvailable(int timeoutMs);
 
     pid_t pid_ = -1;
-    int outFd_ = -1;
+    host::UniqueFd out_;
     std::string output_;
     std::optional<int> status_;
 };

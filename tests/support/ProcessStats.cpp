@@ -31,12 +31,16 @@ void adoptOrphans() {
 }
 
 int endChildren() {
-    // Orphans are handed to the main thread.
-    std::ifstream children("/proc/self/task/" + std::to_string(::getpid()) + "/children");
     int count = 0;
-    for (pid_t pid = 0; children >> pid; ++count) {
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
+    // A child's own children come to us as it ends, so the list is read again until it is empty.
+    for (int ended = -1; ended != 0; count += ended) {
+        // Orphans are handed to the main thread.
+        std::ifstream children("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+        ended = 0;
+        for (pid_t pid = 0; children >> pid; ++ended) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+        }
     }
     return count;
 }

@@ -11,7 +11,7 @@ bool hasChildren();
 // Makes this process the reaper of its orphaned descendants: a grandchild left running then
 // counts among its children.
 void adoptOrphans();
-// Kills and reaps every child of this process; how many there were.
+// Kills and reaps every child of this process, and the orphans that come of it; how many.
 int endChildren();
 // CPU time of a process's main thread in seconds, children excluded, from the nanosecond count
 // in /proc/<pid>/schedstat: the clock ticks of /proc/<pid>/stat are too coarse.
