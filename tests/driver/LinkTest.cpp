@@ -69,9 +69,10 @@ TEST_F(LinkTest, OpeningDropsTheLinkBeforeAndWaitingRunsToItsLimit) {
     const auto ceiling = cAmbrelisDeviceSocket::kLogCeiling;
     link.Write(host::String(std::string(ceiling, 'x')));
     const auto line = host::New<cAmbrelisCommand>();
+    line->SetMulti("DATA", "a log line");
     link.SendLogLine(line);
     link.SendLogLine(line);
-    EXPECT_EQ(link.BytesLeftToSend() - ceiling, std::int64_t(line->GetRawCommand().size()));
+    EXPECT_EQ(link.BytesLeftToSend() - ceiling, 20);
     // A refusal does not cut the wait short.
     AmbrelisSupport::OpenAmbrelisConnection("127.0.0.1", testsupport::refusedPort(), "x");
     ::testing::internal::CaptureStdout();

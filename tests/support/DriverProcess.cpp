@@ -1,79 +1,63 @@
 #include "DriverProcess.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 
-#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <stdexcept>
 
 #include "host/Deadline.h"
 
-extern char** environ;
-
 namespace testsupport {
 
-DriverProcess::DriverProcess(const std::vector<std::string>& arguments,
-                             const std::string& program) {
-    int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe2 failed");
-    }
-    out_ = host::UniqueFd(pipeFds[0]);
-    const host::UniqueFd writeEnd(pipeFds[1]);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), 1);
+namespace {
+
+std::vector<std::string> commandLine(const std::string& program,
+                                     const std::vector<std::string>& arguments) {
     std::vector<std::string> argv{program};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    std::vector<char*> raw(argv.size() + 1, nullptr);
-    std::ranges::transform(argv, raw.begin(), [](std::string& word) { return word.data(); });
-    const int error = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, raw.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) {
-        throw std::runtime_error("posix_spawn failed");
+    return argv;
+}
+
+}  // namespace
+
+DriverProcess::DriverProcess(const std::vector<std::string>& arguments, const std::string& program)
+    : child_(commandLine(program, arguments), {.searchPath = false, .toolEnvironment = false}) {
+    if (child_.startError() != 0) {
+        throw std::runtime_error("cannot start " + program);
     }
 }
 
-DriverProcess::~DriverProcess() {
-    if (!status_) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-}
-
-void DriverProcess::readAvailable(int timeoutMs) {
-    pollfd entry{out_.get(), POLLIN, 0};
-    if (!out_ || ::poll(&entry, 1, timeoutMs) <= 0) {
-        return;
-    }
-    char buffer[4096];
-    const ssize_t n = ::read(out_.get(), buffer, sizeof buffer);
-    if (n == 0) {
-        out_.reset();
-    }
-    output_.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+void DriverProcess::readFor(int timeoutMs) {
+    // Once it has ended, its pidfd stays readable: only its output is waited for.
+    std::array<pollfd, 2> fds{
+        {{status_ ? -1 : child_.pidfd(), POLLIN, 0}, {child_.output(), POLLIN, 0}}};
+    ::poll(fds.data(), fds.size(), timeoutMs);
+    output();
 }
 
 std::optional<int> DriverProcess::waitForExit(std::chrono::milliseconds limit) {
     const auto deadline = host::Deadline::in(limit);
-    for (int raw = 0; !status_; readAvailable(20)) {
-        if (::waitpid(pid_, &raw, WNOHANG) == pid_) {
-            status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    while (!status_) {
+        if (const auto ended = child_.poll()) {
+            status_ = ended->asExitStatus();
         } else if (deadline.passed()) {
             return std::nullopt;
+        } else {
+            readFor(deadline.pollTimeout());
         }
     }
-    while (out_) {
-        readAvailable(1000);
+    // A child of its own may still write.
+    while (child_.output() >= 0) {
+        readFor(1000);
     }
     return status_;
 }
 
 const std::string& DriverProcess::output() {
-    readAvailable(0);
+    if (child_.output() >= 0 && child_.readOutput(output_, SIZE_MAX)) {
+        child_.closeOutput();
+    }
     return output_;
 }
 
