@@ -32,6 +32,7 @@ TEST_F(LinkTest, GuardNamesTheClassThenLogsTheStack) {
         {make(host::RuntimeException()), "an unhandled exception was trapped"},
     };
     for (const auto& [err, line] : rows) {
+        SCOPED_TRACE(line);
         ::testing::internal::CaptureStdout();
         EXPECT_TRUE(app.Event_UnhandledException(*err));
         std::string expected = line + " globally.\n";
@@ -173,12 +174,13 @@ TEST_F(LinkTest, CutterTakesWholeMessagesAndWaitsForTheRest) {
         const std::size_t half = (buffer.size() + 1) / 2;
         cAmbrelisDeviceSocket socket;
         socket.appendToBuffer(host::String(buffer.substr(0, half)));
-        EXPECT_EQ(socket.bytesShortOfWholeMessage(buffer.substr(half)), shortBy) << buffer;
+        SCOPED_TRACE(::testing::PrintToString(buffer));
+        EXPECT_EQ(socket.bytesShortOfWholeMessage(buffer.substr(half)), shortBy);
         socket.appendToBuffer(host::String(buffer.substr(half)));
         ::testing::internal::CaptureStdout();
-        EXPECT_EQ(socket.cutStream(passes), returns) << buffer;
+        EXPECT_EQ(socket.cutStream(passes), returns);
         EXPECT_EQ(socket.Buffer().bytes(), remaining);
-        EXPECT_EQ(::testing::internal::GetCapturedStdout(), output) << buffer;
+        EXPECT_EQ(::testing::internal::GetCapturedStdout(), output);
     }
 }
 

@@ -67,7 +67,8 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     EXPECT_EQ(std::count_if(processes.begin(), processes.end(), running), 2);
     auto process = processes.begin();
     for (const auto& [arguments, status, output] : cases) {
-        EXPECT_EQ(process->waitForExit(3s), status) << arguments.size();
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        EXPECT_EQ(process->waitForExit(3s), status);
         EXPECT_EQ(process->output().substr(0, output.size()), output);
         EXPECT_EQ(process->output().size() > output.size(), status == 1) << process->output();
         ++process;

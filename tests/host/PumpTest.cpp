@@ -163,9 +163,9 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     finish(closed);
     EXPECT_EQ(finish(twice), (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
     auto waited = std::make_shared<RecordingShell>(1);
+    const auto begun = std::chrono::steady_clock::now();
     waited->Execute("sleep 0.1; exit 4");
     waited->Execute("exit 5");
-    const auto begun = std::chrono::steady_clock::now();
     interruptIn(20ms);
     waited->waitWhileRunning(20000);  // returns once both have ended, long before its limit
     const auto waitedFor = std::chrono::steady_clock::now() - begun;
