@@ -22,7 +22,8 @@ std::vector<std::string> commandLine(const std::string& program,
 }  // namespace
 
 DriverProcess::DriverProcess(const std::vector<std::string>& arguments, const std::string& program)
-    : child_(commandLine(program, arguments), {.searchPath = false, .toolEnvironment = false}) {
+    : child_(commandLine(program, arguments),
+             {.searchPath = false, .toolEnvironment = false, .dieWithUs = true}) {
     if (child_.startError() != 0) {
         throw std::runtime_error("cannot start " + program);
     }

@@ -12,8 +12,8 @@
 namespace testsupport {
 
 // The driver started as a child process, the way the controller starts it, with what it writes
-// captured. The child is killed and reaped when the object goes, so a failing test never leaves
-// it running.
+// captured. The child is killed and reaped when the object goes, and killed when the test dies,
+// so that a failing test never leaves it running.
 class DriverProcess {
 public:
     // arguments excludes element 0, which is the program's path.
