@@ -104,22 +104,20 @@ TEST(NeighbourTableTest, TakeReadsWhatTheKernelSendsAndSurvivesWhatItDoesNot) {
         {"DONE carrying the dump's error", {one + done(-EINVAL)}, "Failed 1 errno 22"},
         {"error reply without an errno", {message(NLMSG_ERROR, "")}, "Failed errno 71"},
         {"an acknowledgement is no error", {done(0, 0, NLMSG_ERROR) + one + done()}, "Done 1"},
-        {"another sequence's reply",
-         {patched(one, 8, 7) + patched(done(), 8, 7) + two, done()},
+        // clang-format off
+        {"another sequence's reply", {patched(one, 8, 7) + patched(done(), 8, 7) + two, done()},
          "Done 2"},
         {"no NDA_LLADDR, and 20 bytes of it",
          {entry(1, NUD_INCOMPLETE, "") + entry(2, NUD_REACHABLE, std::string(20, 'x'))},
          "More 1:hw0:s1 2:hw20:s2"},
         {"IPv6, a 16-byte IPv4 destination, none at all",
-         {ipv6 + wideIpv4 + message(RTM_NEWNEIGH, ndm(NUD_STALE)) + three + done()},
-         "Done 3"},
-        {"a message shorter than its ndmsg",
-         {one + message(RTM_NEWNEIGH, "ab") + three},
+         {ipv6 + wideIpv4 + message(RTM_NEWNEIGH, ndm(NUD_STALE)) + three + done()}, "Done 3"},
+        {"a message shorter than its ndmsg", {one + message(RTM_NEWNEIGH, "ab") + three},
          "More 1 3 cut"},
         // Byte 28 is the first attribute's length.
-        {"an attribute running past its message",
-         {one + patched(two, 28, 200) + three + done()},
+        {"an attribute running past its message", {one + patched(two, 28, 200) + three + done()},
          "Done 1 3 cut"},
+        // clang-format on
         {"a length running past the datagram", {one + two.substr(0, 40)}, "More 1 cut"},
         {"a length smaller than a header", {one + patched(two, 0, 8)}, "More 1 cut"},
         {"a stub shorter than a header", {one + "\x10\0\0"s}, "More 1 cut"},
@@ -136,19 +134,17 @@ TEST(NeighbourTableTest, EachStateReadsAsTheToolPrintedIt) {
     const std::string resolved = "? (192.168.1.7) at a4:5e:60:01:b2:0c on eth0";
     const std::string incomplete = "? (192.168.1.7) at (incomplete) on eth0";
     const std::string mac = "\xa4\x5e\x60\x01\xb2\x0c"s;
+    // clang-format off
     const std::vector<std::tuple<const char*, std::uint16_t, std::string, std::string>> rows = {
-        {"REACHABLE", NUD_REACHABLE, mac, resolved},
-        {"STALE", NUD_STALE, mac, resolved},
-        {"DELAY", NUD_DELAY, mac, resolved},
-        {"PROBE", NUD_PROBE, mac, resolved},
+        {"REACHABLE", NUD_REACHABLE, mac, resolved}, {"STALE", NUD_STALE, mac, resolved},
+        {"DELAY", NUD_DELAY, mac, resolved}, {"PROBE", NUD_PROBE, mac, resolved},
         {"PERMANENT", NUD_PERMANENT, mac, resolved + " PERM"},
-        {"INCOMPLETE", NUD_INCOMPLETE, "", incomplete},
+        {"INCOMPLETE", NUD_INCOMPLETE, "", incomplete}, {"NONE", NUD_NONE, "", incomplete},
         {"FAILED, an old address kept", NUD_FAILED, mac, incomplete},
-        {"NONE", NUD_NONE, "", incomplete},
         {"NOARP: loopback, multicast, broadcast", NUD_NOARP, mac, ""},
         {"resolved with 20 bytes", NUD_REACHABLE, std::string(20, 'x'), ""},
-        {"permanent without an address", NUD_PERMANENT, "", ""},
-    };
+        {"permanent without an address", NUD_PERMANENT, "", ""}};
+    // clang-format on
     for (const auto& [name, state, hardware, line] : rows) {
         SCOPED_TRACE(name);
         EXPECT_EQ(NeighbourTable::lineOf({0xc0a80107, hardware, state, 2}, "eth0"), line);
