@@ -3,8 +3,8 @@
 # link scan, and tools when it exists. Fails on any warning.
 #
 #   scripts/tidy.sh [dir...]    only these source folders (default: all of the above)
-#   TIDY_BUILD_DIR=build-x      build dir of the compilation database (default build-tidy;
-#                               configured when it has no cache yet)
+#   TIDY_BUILD_DIR=build-x      build dir of the compilation database (default build-tidy),
+#                               configured without precompiled headers
 #   TIDY_JOBS=4                 parallel clang-tidy processes (default 2)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,11 +19,13 @@ if [[ -z $tidy ]]; then
 fi
 
 # Only the compilation database is needed, so a new build dir leaves tests and benchmarks out.
-# An existing one is configured again, which is quick and picks up added sources.
+# An existing one is configured again, which is quick and picks up added sources. clang-tidy
+# cannot read the compiler's precompiled headers, so the database is made without them.
 if [[ -f $build/CMakeCache.txt ]]; then
-    cmake -S . -B "$build" >/dev/null
+    cmake -S . -B "$build" -DARP_PRECOMPILED_HEADERS=OFF >/dev/null
 else
-    cmake -S . -B "$build" -DARP_BUILD_TESTS=OFF -DARP_BUILD_BENCHMARKS=OFF >/dev/null
+    cmake -S . -B "$build" -DARP_BUILD_TESTS=OFF -DARP_BUILD_BENCHMARKS=OFF \
+        -DARP_PRECOMPILED_HEADERS=OFF >/dev/null
 fi
 database=$build/compile_commands.json
 

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/sim/ControllerMessages.h"
-#include "tools/sim/CrashGuard.h"
 #include "tools/sim/SimOptions.h"
 #include "tools/sim/Simulator.h"
 
@@ -33,7 +31,7 @@ int main(int argc, char** argv) {
         case sim::SimOptions::Outcome::Run:
             break;
     }
-    const std::string setUnits = sim::ControllerMessages::setUnits(options.units.toData());
+    const std::string setUnits = sim::Simulator::setUnitsPacket(options.units);
     if (setUnits.size() > kLargestMessage) {
         std::fprintf(stderr,
                      "ambrelis-sim: the unit list makes a message of %zu bytes; one holds at "
@@ -41,10 +39,8 @@ int main(int argc, char** argv) {
                      setUnits.size(), kLargestMessage);
         return 2;
     }
-
-    sim::CrashGuard::install();
     try {
-        sim::Simulator simulator(options, options.driverToStart(), setUnits);
+        sim::Simulator simulator(options, setUnits);
         return simulator.run();
     } catch (const std::exception& failure) {
         std::fflush(stdout);

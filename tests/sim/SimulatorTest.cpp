@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DriverProcess.h"
@@ -219,6 +221,37 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
     run(1, {"--port=0", "--driver", driver(network, "echo about to die; kill -9 $$")},
         {"s driver output: about to die\n",
          "s the driver ended before it connected (killed by signal 9 (Killed)); exit status 1\n"});
+}
+
+// A simulator killed outright has no chance to stop its driver: the driver must die with it.
+TEST(SimulatorRunTest, TakesTheDriverAlongWhenItIsKilled) {
+    const testsupport::FakeNetwork network;
+    const std::string started = network.folder() + "/driver.pid";
+    testsupport::DriverProcess simulator(
+        {"--port=0", "--driver",
+         driver(network, "echo $$ >" + started + ".new; mv " + started + ".new " + started +
+                             "; exec sleep 30")},
+        AMBRELIS_SIM_PATH);
+    std::string pid;
+    for (int i = 0; i < 100 && pid.empty(); ++i) {
+        std::this_thread::sleep_for(50ms);
+        std::ifstream(started) >> pid;
+    }
+    ASSERT_FALSE(pid.empty()) << simulator.output();
+    ::kill(simulator.pid(), SIGKILL);
+    simulator.waitForExit(5s);
+    const auto running = [&pid] {
+        std::string id, name, state;
+        std::ifstream("/proc/" + pid + "/stat") >> id >> name >> state;
+        return !state.empty() && state != "Z";
+    };
+    for (int i = 0; i < 40 && running(); ++i) {
+        std::this_thread::sleep_for(50ms);
+    }
+    if (running()) {
+        ::kill(std::stoi(pid), SIGKILL);  // so that no test leaves a process behind
+        ADD_FAILURE() << "driver " << pid << " outlived its simulator";
+    }
 }
 
 // In a terminal of 80 by 24, the smallest it is made for. The driver waits for a go before it

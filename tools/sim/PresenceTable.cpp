@@ -6,7 +6,7 @@ namespace sim {
 
 PresenceTable::PresenceTable(const UnitList& units, std::size_t logLines)
     : units_(units), logLines_(logLines) {
-    for (const SimUnit& unit : units.units()) {
+    for (const UnitList::Unit& unit : units.units()) {
         row(unit.address);
     }
 }
@@ -14,7 +14,7 @@ PresenceTable::PresenceTable(const UnitList& units, std::size_t logLines)
 PresenceTable::Row& PresenceTable::row(std::string_view address) {
     const auto [at, isNew] = byAddress_.try_emplace(UnitList::folded(address), rows_.size());
     if (isNew) {
-        const SimUnit* unit = units_.findByAddress(address);
+        const UnitList::Unit* unit = units_.findByAddress(address);
         Row fresh;
         fresh.address = address;
         fresh.name = unit != nullptr ? unit->name : std::string();
@@ -39,7 +39,7 @@ const PresenceTable::Row& PresenceTable::setResponse(std::string_view address, s
     Row& found = row(address);
     if (!ip.empty()) {
         found.ip = ip;
-        const SimUnit* unit = units_.findByAddress(ip);
+        const UnitList::Unit* unit = units_.findByAddress(ip);
         found.ipUnitName = unit != nullptr && !found.isUnit ? unit->name : std::string();
     }
     if (!responseTime.empty()) {

@@ -1,11 +1,16 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
+#include "host/ByteOrder.h"
 #include "host/StringFunctions.h"
 #include "tools/sim/Printable.h"
 #include "tools/sim/Simulator.h"
@@ -17,6 +22,9 @@ namespace {
 constexpr std::size_t kReadChunk = 65536;
 constexpr std::size_t kMostOutputLine = 4096;
 constexpr std::size_t kMostShownValue = 60;
+constexpr std::size_t kMostGreetingBytes = 256;
+constexpr char kLead = 'J';
+constexpr std::size_t kHeaderSize = 4;
 // "NoOp" numbers its property pairs from 0; the driver sends two at most.
 constexpr int kMostProperties = 10;
 
@@ -39,23 +47,71 @@ std::string responseText(const std::string& responseTime) {
     return responseTime.empty() ? "" : "  " + Printable::of(responseTime) + " ms";
 }
 
+bool bindLoopback(int fd, int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+}
+
 }  // namespace
 
+void Simulator::listen() {
+    listener_ = host::UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!listener_) {
+        throw std::runtime_error(std::string("cannot make a socket: ") + std::strerror(errno));
+    }
+    const int on = 1;
+    ::setsockopt(listener_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    bool tookFreePort = false;
+    if (!bindLoopback(listener_.get(), options_.port)) {
+        const int error = errno;
+        if (options_.port == 0 || error != EADDRINUSE || !bindLoopback(listener_.get(), 0)) {
+            throw std::runtime_error("cannot listen on 127.0.0.1:" + std::to_string(options_.port) +
+                                     ": " + std::strerror(error));
+        }
+        tookFreePort = true;
+    }
+    sockaddr_in bound{};
+    socklen_t size = sizeof bound;
+    if (::listen(listener_.get(), 1) != 0 ||
+        ::getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&bound), &size) != 0) {
+        throw std::runtime_error(std::string("cannot listen: ") + std::strerror(errno));
+    }
+    port_ = ntohs(bound.sin_port);
+    watch(kListener, listener_.get(), [this](short) { acceptDriver(); });
+    notice("listening on 127.0.0.1:" + std::to_string(port_) +
+           (tookFreePort ? " (port " + std::to_string(options_.port) + " was busy)" : ""));
+}
+
 void Simulator::acceptDriver() {
-    const int fd = listener_.accept();
-    if (fd < 0) {
+    host::UniqueFd link(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!link) {
         return;
     }
     // The driver connects once; nobody else is let in.
-    listener_.close();
-    client_ = fd;
+    unwatch(kListener);
+    listener_.reset();
+    link_ = std::move(link);
+    watch(kLink, link_.get(), [this](short events) { serveLink(events); });
     phase_ = Phase::Linked;
+    connectBy_.reset();
     notice("the driver connected");
+}
+
+void Simulator::serveLink(short events) {
+    if ((events & POLLOUT) != 0) {
+        writeLink();
+    }
+    if (link_ && (events & (POLLIN | POLLHUP | POLLERR)) != 0) {
+        readLink();
+    }
 }
 
 bool Simulator::readLink() {
     std::array<char, kReadChunk> buffer;
-    const ssize_t got = ::read(client_, buffer.data(), buffer.size());
+    const ssize_t got = ::read(link_.get(), buffer.data(), buffer.size());
     if (got == 0) {
         linkLost("the driver closed the link");
         return false;
@@ -66,64 +122,114 @@ bool Simulator::readLink() {
         }
         return false;
     }
-    stream_.append(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
-    while (auto item = stream_.next()) {
-        handle(*item);
-    }
+    incoming_.append(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
+    cutStream();
     return true;
 }
 
 void Simulator::writeLink() {
     while (!outgoing_.empty()) {
-        const ssize_t sent = ::send(client_, outgoing_.data(), outgoing_.size(), MSG_NOSIGNAL);
+        const ssize_t sent =
+            ::send(link_.get(), outgoing_.view().data(), outgoing_.size(), MSG_NOSIGNAL);
         if (sent < 0) {
             if (errno != EAGAIN && errno != EINTR) {
                 linkLost(std::string("the link failed: ") + std::strerror(errno));
+                return;
             }
-            return;
+            break;
         }
-        outgoing_.erase(0, static_cast<std::size_t>(sent));
+        outgoing_.consume(static_cast<std::size_t>(sent));
     }
+    host::EventPump::instance().setEvents(
+        watches_[kLink], static_cast<short>(POLLIN | (outgoing_.empty() ? 0 : POLLOUT)));
 }
 
 bool Simulator::send(const std::string& bytes) {
-    if (client_ < 0) {
+    if (!link_) {
         notice("no link: nothing sent");
         return false;
     }
-    outgoing_ += bytes;
+    outgoing_.append(bytes);
     writeLink();
     return true;
 }
 
 void Simulator::linkLost(const std::string& why) {
     notice(why);
-    ::close(client_);
-    client_ = -1;
+    unwatch(kLink);
+    link_.reset();
     outgoing_.clear();
     // A driver without its link ends on its own; it gets the same time as after "close".
     phase_ = Phase::Closing;
     giveTimeToEnd();
 }
 
-void Simulator::handle(const DriverStream::Item& item) {
-    switch (item.kind) {
-        case DriverStream::Item::Kind::Greeting: {
-            const std::string expected = "ard:" + options_.connectionId;
-            if (item.text == expected) {
-                notice("greeting " + Printable::of(item.text) + " ok");
-            } else {
-                notice("wrong greeting: expected \"" + Printable::of(expected + "\r") +
-                       "\", got \"" + Printable::of(item.text + "\r") + "\"");
+// First the greeting line, then multi-packets. Every length is checked against the bytes at
+// hand, and no packet is longer than its 16-bit length field says, so the queue never holds
+// more than one packet and one read.
+void Simulator::cutStream() {
+    for (;;) {
+        const std::string_view pending = incoming_.view();
+        if (!greeted_) {
+            const std::size_t end = pending.substr(0, kMostGreetingBytes).find('\r');
+            if (end == std::string_view::npos && pending.size() < kMostGreetingBytes) {
+                return;
             }
-            break;
+            greeted_ = true;
+            if (end != std::string_view::npos) {
+                greeting(incoming_.take(end));
+                incoming_.consume(1);
+            } else {
+                // What came is read as messages, so that a driver without a greeting still
+                // shows what it sends.
+                notice("stream: no greeting line in the first " +
+                       std::to_string(kMostGreetingBytes) + " bytes");
+            }
+            continue;
         }
-        case DriverStream::Item::Kind::Garbage:
-            notice("stream: " + item.text);
-            break;
-        case DriverStream::Item::Kind::Message:
-            handleMessage(*item.message);
-            break;
+        if (pending.empty()) {
+            return;
+        }
+        if (pending.front() != kLead) {
+            // Out of step: skip to the next byte that could begin a packet.
+            const std::size_t skip = std::min(pending.find(kLead, 1), pending.size());
+            std::array<char, 8> first{};
+            std::snprintf(first.data(), first.size(), "0x%02x",
+                          static_cast<unsigned char>(pending[0]));
+            incoming_.consume(skip);
+            notice("stream: skipped " + std::to_string(skip) +
+                   " bytes that begin no message (first " + first.data() + ")");
+            continue;
+        }
+        if (pending.size() < 3) {
+            return;
+        }
+        const std::size_t length = host::byteorder::load<2>(pending.data() + 1, true);
+        if (length < kHeaderSize) {
+            incoming_.consume(1);
+            notice("stream: skipped a message whose length field is " + std::to_string(length));
+            continue;
+        }
+        if (pending.size() < length) {
+            return;
+        }
+        auto message = host::New<cAmbrelisCommand>();
+        message->Constructor();
+        if (message->initFromMultiPacket(host::String(incoming_.take(length)))) {
+            handleMessage(*message);
+        } else {
+            notice("stream: a message that could not be read");
+        }
+    }
+}
+
+void Simulator::greeting(const std::string& line) {
+    const std::string expected = "ard:" + options_.connectionId;
+    if (line == expected) {
+        notice("greeting " + Printable::of(line) + " ok");
+    } else {
+        notice("wrong greeting: expected \"" + Printable::of(expected + "\r") + "\", got \"" +
+               Printable::of(line + "\r") + "\"");
     }
 }
 
@@ -131,7 +237,7 @@ void Simulator::handleMessage(cAmbrelisCommand& message) {
     const host::String verb = message.GetMulti("mcmd");
     if (verb == "WrtL") {
         const std::string line = message.GetMulti("DATA").bytes();
-        display_->event(now(), "log: " + Printable::of(line));
+        event("log: " + Printable::of(line));
         table_.addLog(line);
         clock_.logLine(now(), line);
     } else if (verb == "getUnits") {
@@ -166,9 +272,8 @@ void Simulator::reportPresence(cAmbrelisCommand& message, PresenceTable::State s
     const bool update = message.GetMulti("UpDt") == "true";
     clock_.reported(now());
     const auto& row = table_.setState(address, state, now());
-    display_->event(now(), std::string(state == PresenceTable::State::On ? "ON  " : "OFF ") +
-                               who(address, row) + responseText(row.responseTime) +
-                               (update ? "  (update)" : ""));
+    event(std::string(state == PresenceTable::State::On ? "ON  " : "OFF ") + who(address, row) +
+          responseText(row.responseTime) + (update ? "  (update)" : ""));
 }
 
 void Simulator::reportResponse(cAmbrelisCommand& message) {
@@ -189,30 +294,27 @@ void Simulator::reportResponse(cAmbrelisCommand& message) {
     const std::string address = message.GetMulti("addr").bytes();
     clock_.reported(now());
     const auto& row = table_.setResponse(address, ip, responseTime);
-    display_->event(now(), "NoOp " + who(address, row) + responseText(responseTime) +
-                               (ip.empty() ? "" : "  IP " + Printable::of(ip)));
+    event("NoOp " + who(address, row) + responseText(responseTime) +
+          (ip.empty() ? "" : "  IP " + Printable::of(ip)));
 }
 
 bool Simulator::readDriverOutput() {
-    std::array<char, kReadChunk> buffer;
-    const ssize_t got = ::read(driver_->outputFd(), buffer.data(), buffer.size());
-    if (got <= 0) {
-        if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-            driver_->closeOutput();
-        }
-        return false;
-    }
-    driverOutput_.append(buffer.data(), static_cast<std::size_t>(got));
-    std::size_t end;
-    while ((end = driverOutput_.find('\n')) != std::string::npos) {
-        driverSays(driverOutput_.substr(0, end));
-        driverOutput_.erase(0, end + 1);
+    std::string got;
+    const bool ended = driver_->readOutput(got, kReadChunk);
+    const bool more = !ended && !got.empty();
+    driverOutput_.append(std::move(got));
+    for (std::size_t end; (end = driverOutput_.view().find('\n')) != std::string_view::npos;) {
+        driverSays(driverOutput_.take(end));
+        driverOutput_.consume(1);
     }
     if (driverOutput_.size() > kMostOutputLine) {
-        driverSays(std::move(driverOutput_));
-        driverOutput_.clear();
+        driverSays(driverOutput_.take(driverOutput_.size()));
     }
-    return true;
+    if (ended) {
+        unwatch(kOutput);
+        driver_->closeOutput();
+    }
+    return more;
 }
 
 void Simulator::driverSays(std::string line) {

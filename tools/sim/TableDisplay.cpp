@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 
 #include "tools/sim/Printable.h"
-#include "tools/sim/RowHint.h"
 
 namespace sim {
 
@@ -26,6 +26,22 @@ constexpr std::size_t kClockWidth = 9;  // "12:34:56 "
 constexpr std::size_t kFixedLines = 7;
 
 constexpr const char* kKeys = "keys: p ping   d debug on/off   D debug (control)   c/q close";
+// The driver reads the unit list after its first sweep, so a unit it pings is first pinged at
+// the second.
+constexpr int kFirstUnitPingSweep = 2;
+
+bool isHardware(const std::string& address) {
+    return address.find(':') != std::string::npos;
+}
+
+// An "OFF" under a hardware address says less than it seems: see the note.
+bool isOffByHardware(const PresenceTable::Row& row) {
+    return row.state == PresenceTable::State::Off && isHardware(row.address);
+}
+
+constexpr const char* kOffByHardwareNote =
+    "OFF* by hardware address: not in the neighbour table when the driver looked, or no answer to "
+    "ping (some hosts drop every ping); the driver says ON only once that changes.";
 
 std::string ago(double seconds) {
     const long s = std::max(0L, static_cast<long>(seconds));
@@ -49,15 +65,10 @@ std::string clockTime(std::time_t at) {
 }
 
 const char* stateWord(const PresenceTable::Row& row) {
-    switch (row.state) {
-        case PresenceTable::State::On:
-            return "ON";
-        case PresenceTable::State::Off:
-            return RowHint::isOffByHardware(row) ? "OFF*" : "OFF";
-        case PresenceTable::State::Unknown:
-            break;
+    if (row.state == PresenceTable::State::Unknown) {
+        return "-";
     }
-    return "-";
+    return row.state == PresenceTable::State::On ? "ON" : isOffByHardware(row) ? "OFF*" : "OFF";
 }
 
 std::string nameOf(const PresenceTable::Row& row) {
@@ -72,14 +83,22 @@ std::string nameOf(const PresenceTable::Row& row) {
 TableDisplay::TableDisplay(const PresenceTable& table, const SweepClock& clock)
     : table_(table), clock_(clock) {}
 
-TableDisplay::~TableDisplay() {
-    // The last picture stays on screen; what follows goes below it.
-    std::fputs("\n", stdout);
-    std::fflush(stdout);
-}
-
-void TableDisplay::event(double /*at*/, const std::string& /*line*/) {
-    dirty_ = true;
+std::string TableDisplay::waiting(const PresenceTable::Row& row, double now) const {
+    if (clock_.stopped()) {
+        return "no report before close";
+    }
+    if (clock_.sweepAt(now) == 0) {
+        return "waiting for the driver to ask for its units";
+    }
+    if (isHardware(row.address)) {
+        return row.isUnit ? "told once the driver has read the unit list"
+                          : "looked for in the neighbour table at every sweep";
+    }
+    if (clock_.sweepAt(now) < kFirstUnitPingSweep) {
+        const double left = std::ceil(clock_.startOf(kFirstUnitPingSweep) - now);
+        return "first ping at sweep 2, in " + std::to_string(static_cast<long>(left)) + "s";
+    }
+    return "first ping under way";
 }
 
 std::string TableDisplay::rowLine(const PresenceTable::Row& row, double now,
@@ -88,7 +107,7 @@ std::string TableDisplay::rowLine(const PresenceTable::Row& row, double now,
                        Printable::clip(nameOf(row), nameWidth - 1) + " " +
                        Printable::fit(stateWord(row), kStateWidth);
     if (row.state == PresenceTable::State::Unknown) {
-        return line + RowHint::waiting(row, clock_, now);
+        return line + waiting(row, now);
     }
     return line +
            Printable::fit(row.responseTime.empty() ? "" : Printable::of(row.responseTime) + " ms",
@@ -120,8 +139,8 @@ std::vector<std::string> TableDisplay::screen(double now, const std::string& sta
 
     std::vector<std::string> notes;
     const auto& rows = table_.rows();
-    if (std::any_of(rows.begin(), rows.end(), RowHint::isOffByHardware)) {
-        notes = Printable::wrap(RowHint::offByHardwareNote(), width);
+    if (std::any_of(rows.begin(), rows.end(), isOffByHardware)) {
+        notes = Printable::wrap(kOffByHardwareNote, width);
     }
     std::vector<std::string> log;
     for (const auto& entry : table_.log()) {
@@ -155,15 +174,6 @@ std::vector<std::string> TableDisplay::screen(double now, const std::string& sta
 }
 
 void TableDisplay::show(double now, const std::string& status) {
-    // The row times count up by the second.
-    const long second = static_cast<long>(now);
-    if (!dirty_ && status == lastStatus_ && second == lastSecond_) {
-        return;
-    }
-    dirty_ = false;
-    lastStatus_ = status;
-    lastSecond_ = second;
-
     winsize size{};
     std::size_t columns = 80;
     std::size_t lines = 24;
@@ -176,8 +186,11 @@ void TableDisplay::show(double now, const std::string& status) {
     for (std::size_t i = 0; i < shown.size(); ++i) {
         out += shown[i] + (i + 1 < shown.size() ? "\x1b[K\n" : "\x1b[K\x1b[J");
     }
-    std::fputs(out.c_str(), stdout);
-    std::fflush(stdout);
+    if (out != drawn_) {
+        std::fputs(out.c_str(), stdout);
+        std::fflush(stdout);
+        drawn_ = std::move(out);
+    }
 }
 
 }  // namespace sim

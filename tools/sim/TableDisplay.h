@@ -5,20 +5,18 @@
 #include <vector>
 
 #include "tools/sim/PresenceTable.h"
-#include "tools/sim/SimDisplay.h"
 #include "tools/sim/SweepClock.h"
 
 namespace sim {
 
 // For a terminal: the status, the presence table, the last log lines beneath it and the keys,
 // redrawn in place with ANSI escapes whenever something changed. Every line fits the width.
-class TableDisplay : public SimDisplay {
+class TableDisplay {
 public:
     TableDisplay(const PresenceTable& table, const SweepClock& clock);
-    ~TableDisplay() override;
 
-    void event(double at, const std::string& line) override;
-    void show(double now, const std::string& status) override;
+    // Draws the screen unless it is the one on the terminal already.
+    void show(double now, const std::string& status);
 
     // The screen for a terminal of this size, one string per line.
     std::vector<std::string> screen(double now, const std::string& status, std::size_t columns,
@@ -26,12 +24,12 @@ public:
 
 private:
     std::string rowLine(const PresenceTable::Row& row, double now, std::size_t nameWidth) const;
+    // What a row the driver has not reported on yet waits for.
+    std::string waiting(const PresenceTable::Row& row, double now) const;
 
     const PresenceTable& table_;
     const SweepClock& clock_;
-    bool dirty_ = true;
-    std::string lastStatus_;
-    long lastSecond_ = -1;
+    std::string drawn_;
 };
 
 }  // namespace sim
