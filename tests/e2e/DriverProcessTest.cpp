@@ -1,20 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <list>
 #include <optional>
-#include <string>
 #include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
+#include "LoopbackServer.h"
 #include "MultiPacketReader.h"
 #include "ProcessStats.h"
-#include "ReceivedMessages.h"
 #include "StreamTally.h"
 #include "store/UnitListRecord.h"
 
@@ -27,8 +22,15 @@ using Messages = std::vector<std::string>;
 
 const std::string kPing = testsupport::multiPacket({{"mcmd", "ping"}});
 
+// A tool the driver leaves running when it ends (a ping that hangs) comes to us, and is ended.
 class DriverProcessTest : public ::testing::Test {
 protected:
+    DriverProcessTest() { testsupport::adoptOrphans(); }
+    void TearDown() override {
+        driver.reset();
+        testsupport::endChildren();
+    }
+
     testsupport::FakeNetwork network;
     testsupport::LoopbackServer server;
     std::optional<testsupport::DriverProcess> driver;
@@ -65,7 +67,8 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
     EXPECT_EQ(std::count_if(processes.begin(), processes.end(), running), 2);
     auto process = processes.begin();
     for (const auto& [arguments, status, output] : cases) {
-        EXPECT_EQ(process->waitForExit(3s), status) << arguments.size();
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        EXPECT_EQ(process->waitForExit(3s), status);
         EXPECT_EQ(process->output().substr(0, output.size()), output);
         EXPECT_EQ(process->output().size() > output.size(), status == 1) << process->output();
         ++process;
@@ -78,19 +81,18 @@ TEST_F(DriverProcessTest, WithoutALinkTheCommandLineDecidesHowTheRunEnds) {
 TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
     network.answer("10.4.0.1", "up 0.125");
     network.answer("10.4.0.2", "hang 30");
-    testsupport::ReceivedMessages messages(server);
     driver.emplace(Messages{"x", "127.0.0.1", std::to_string(server.port()) + ".9", "id", "x"});
     ASSERT_TRUE(server.accept(5s));
     const std::string log = "mcmd=WrtL Valu=2 DATA=";
-    EXPECT_EQ(messages.take(3, 5s),
+    EXPECT_EQ(server.take(3, 5s),
               (Messages{log + "Tamsvale ISF connecting...",
                         log + "Tamsvale driver version 2.0 (build 3) Ready...", "mcmd=getUnits"}));
-    EXPECT_EQ(messages.greeting(), "ard:id\r");
+    EXPECT_EQ(server.greeting(), "ard:id\r");
     const double cpuBefore = testsupport::cpuSeconds(driver->pid());
     server.send(testsupport::multiPacket(
         {{"mcmd", "setUnits"},
          {"DATA", UnitListRecord::bytes({{1, "10.4.0.1", "Lamp"}, {2, "10.4.0.2", "Radio"}})}}));
-    EXPECT_EQ(messages.take(4, 40s),
+    EXPECT_EQ(server.take(4, 40s),
               (Messages{log + "creating a new ping device for unit with Address: 10.4.0.1",
                         log + "creating a new ping device for unit with Address: 10.4.0.2",
                         "mcmd=ON addr=10.4.0.1 UpDt=true",
@@ -101,7 +103,7 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
 
     server.send(kPing + testsupport::multiPacket({{"mcmd", "close"}}));
     ASSERT_EQ(driver->waitForExit(3s), 0);
-    EXPECT_EQ(messages.take(SIZE_MAX, 0ms),
+    EXPECT_EQ(server.take(SIZE_MAX, 0ms),
               (Messages{"mcmd=PSrp", log + "arp Plugin shutting down..."}));
     EXPECT_EQ(driver->output(), "");
     // Both sweeps' broadcasts and the pings of both units.

@@ -1,15 +1,15 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
+#include <sys/time.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <csignal>
 #include <numeric>
-#include <stdexcept>
 #include <thread>
 
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
+#include "host/ChildProcess.h"
 #include "host/ConsoleApplication.h"
 #include "host/EndException.h"
 #include "host/ExceptionWrapper.h"
@@ -54,6 +54,15 @@ bool pumpUntil(const std::function<bool()>& done) {
         host::ConsoleApplication::DoEvents(10);
     }
     return done();
+}
+
+// A signal, caught, that cuts short whatever wait this thread is in `after` from now.
+void interruptIn(std::chrono::milliseconds after) {
+    struct sigaction caught {};
+    caught.sa_handler = [](int) {};
+    ::sigaction(SIGALRM, &caught, nullptr);
+    const itimerval once{{0, 0}, {0, static_cast<suseconds_t>(after.count() * 1000)}};
+    ::setitimer(ITIMER_REAL, &once, nullptr);
 }
 
 TEST_F(PumpTest, HandlersFailOnlyInsideThePumpAndPostedTasksWaitForTheNextTurn) {
@@ -154,11 +163,13 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     finish(closed);
     EXPECT_EQ(finish(twice), (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
     auto waited = std::make_shared<RecordingShell>(1);
+    const auto begun = std::chrono::steady_clock::now();
     waited->Execute("sleep 0.1; exit 4");
     waited->Execute("exit 5");
-    const auto begun = std::chrono::steady_clock::now();
+    interruptIn(20ms);
     waited->waitWhileRunning(20000);  // returns once both have ended, long before its limit
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s);
+    const auto waitedFor = std::chrono::steady_clock::now() - begun;
+    EXPECT_TRUE(waitedFor >= 100ms && waitedFor < 10s);  // a signal does not cut it short
     EXPECT_TRUE(RecordingShell::ends.empty());
     // A pump until a condition holds returns as soon as it does.
     pump.runUntil(20000, [] { return RecordingShell::ends.size() == 2; });
@@ -171,14 +182,43 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     EXPECT_EQ(finish(waited), (std::vector{End(4, ""), End(5, ""), End(137, "")}));
 }
 
+// Why a child could not start is kept: the first error of exec that is not "not found". A host
+// that ignores SIGCHLD, whose children the kernel reaps itself, is not held by one that failed.
+TEST_F(PumpTest, AChildThatCannotStartSaysWhyAndHoldsNobody) {
+    const auto previous = std::signal(SIGCHLD, SIG_IGN);
+    for (auto [path, error] :
+         {std::pair{"/bin/true", 0}, {"/nonexistent/tool", ENOENT}, {"/dev/null", EACCES}}) {
+        EXPECT_EQ(host::ChildProcess({path}, {}).startError(), error) << path;
+    }
+    std::signal(SIGCHLD, previous);
+}
+
+// A stack begins where the exception was raised, not in the code that makes it, and a frame
+// without a name keeps its whole text, also where its file's path has a '+' (libstdc++'s has).
+TEST(StackTest, BeginsWhereRaisedAndKeepsNamelessFramesWhole) {
+    host::Array<host::String> stack;
+    std::thread([&stack] { stack = host::RuntimeException().Stack; }).join();
+    ASSERT_GE(stack.Count(), 1);
+    EXPECT_EQ(stack[0].bytes().find("Exception::"), std::string::npos) << stack[0].bytes();
+    EXPECT_TRUE(std::ranges::any_of(stack, [](const host::String& frame) {
+        return frame.bytes().find("libstdc++.so") != std::string::npos;
+    }));
+}
+
 class RecordingSocket : public host::TCPSocket {
 public:
     Names events;
+    bool closeOnData = false;
 
 protected:
     // The socket must count as connected inside its own event already.
     void Event_Connected() override { events.push_back(IsConnected() ? "connected" : "early"); }
-    void Event_DataAvailable() override { events.push_back("data"); }
+    void Event_DataAvailable() override {
+        events.push_back("data");
+        if (closeOnData) {
+            Close();
+        }
+    }
     void Event_Error(const host::RuntimeException& err) override {
         events.push_back("error " + std::to_string(err.ErrorNumber));
     }
@@ -242,15 +282,20 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
 
 // Connected with nothing to send, the pump sleeps in poll(): a send watch left on would wake it
 // at once, turn after turn, and burn the whole wait. A bounded flush sends without the pump, and
-// gives up in its time on a peer that reads nothing.
+// gives up in its time (not before, whatever signal comes) on a peer that reads nothing. A send
+// that fails is reported as such, and a handler that closes the socket hears nothing more of it.
 TEST_F(PumpTest, SocketWithNothingToSendLetsThePumpSleepAndAFlushWaitsNoLongerThanAsked) {
     testsupport::LoopbackServer server;
     auto socket = std::make_shared<RecordingSocket>();
     socket->Address = "127.0.0.1";
     socket->Port = server.port();
-    socket->Connect();
+    const auto connect = [&] {
+        socket->Connect();
+        return server.accept() && pumpUntil([&] { return socket->IsConnected(); });
+    };
+    ASSERT_TRUE(connect());
     socket->Write(host::String("sent by the pump"));
-    ASSERT_TRUE(server.accept() && pumpUntil([&] { return socket->BytesLeftToSend() == 0; }));
+    ASSERT_TRUE(pumpUntil([&] { return socket->BytesLeftToSend() == 0; }));
     const double cpuFrom = testsupport::cpuSeconds(::getpid());
     host::ConsoleApplication::DoEvents(500);
     EXPECT_LT(testsupport::cpuSeconds(::getpid()) - cpuFrom, 0.05);
@@ -260,11 +305,27 @@ TEST_F(PumpTest, SocketWithNothingToSendLetsThePumpSleepAndAFlushWaitsNoLongerTh
     EXPECT_EQ(server.receive(0ms), "sent by the pump, and by the flush");
     socket->Write(host::String(std::string(std::size_t{16} << 20, 'x')));
     const auto begun = std::chrono::steady_clock::now();
+    interruptIn(50ms);
     socket->flushWithin(200);
     const auto waited = std::chrono::steady_clock::now() - begun;
     EXPECT_GT(socket->BytesLeftToSend(), 0);
     EXPECT_TRUE(waited >= 200ms && waited < 5s);
-    EXPECT_EQ(socket->events, Names{"connected"});
+
+    // The first send after the peer has gone draws its reset, the second fails.
+    ASSERT_TRUE(connect());
+    server.closeClient();
+    for (int i = 0; i < 2; ++i) {
+        socket->Write(host::String(std::string(64 << 10, 'x')));
+    }
+    host::ConsoleApplication::DoEvents(20);
+    ASSERT_TRUE(connect());
+    socket->closeOnData = true;
+    server.send("last");
+    server.closeClient();
+    EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    host::ConsoleApplication::DoEvents(20);
+    EXPECT_EQ(socket->events, (Names{"connected", "connected", "error " + std::to_string(EPIPE),
+                                     "connected", "data"}));
 }
 
 }  // namespace

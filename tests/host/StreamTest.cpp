@@ -47,13 +47,14 @@ TEST(StreamTest, ReadsStopAtTheDataWritesGrowAndFillGapsAndMisuseRaises) {
     const std::pair<std::int64_t, std::string> writes[] = {
         {2, "XY"}, {5, "123"}, {10, "AB"}, {12, big}, {12 + 100'000, big}};
     for (Kind kind : {Kind::Text, Kind::Block, Kind::File, Kind::ReadOnlyFile}) {
+        SCOPED_TRACE("kind " + std::to_string(static_cast<int>(kind)));
         for (const auto& [start, read, value, position] : cases) {
             auto stream = make(kind, "abcd");
             stream->SetPosition(start);
             auto got = read(*stream);
             EXPECT_EQ(std::tuple(got, stream->Position(), stream->Eof()),
                       std::tuple(value, position, position >= 4))
-                << "start " << start << ", kind " << static_cast<int>(kind);
+                << "start " << start;
         }
         auto stream = make(kind, "abcdef");
         if (kind == Kind::Text || kind == Kind::ReadOnlyFile) {

@@ -16,7 +16,6 @@
 #include "InNamespace.h"
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
-#include "ReceivedMessages.h"
 #include "RunCommand.h"
 #include "host/Ref.h"
 #include "host/Shell.h"
@@ -110,7 +109,6 @@ TEST_F(RealNetworkTest, TheDriverFindsEveryHostOfEveryLanAndServesTheLinkDuringS
         std::filesystem::perm_options::add);
 
     testsupport::LoopbackServer server;
-    testsupport::ReceivedMessages received(server);
     testsupport::DriverProcess driver(
         {"--mount", "sh", "-c", kUnprivilegedWithoutArp, "sh", locales, ARP_PRESENCE_PATH, "",
          "127.0.0.1", std::to_string(server.port()), "netns"},
@@ -127,7 +125,7 @@ TEST_F(RealNetworkTest, TheDriverFindsEveryHostOfEveryLanAndServesTheLinkDuringS
     std::optional<Clock::time_point> joined, joinerReported;
     std::size_t joinerReportedInSweep = 0;
     const auto take = [&](std::chrono::milliseconds limit) {
-        for (const std::string& message : received.take(1, limit)) {
+        for (const std::string& message : server.take(1, limit)) {
             if (message == "mcmd=PSrp" && !unanswered.empty()) {
                 slowest = std::max(slowest, seconds(Clock::now() - unanswered.front()));
                 unanswered.pop_front();

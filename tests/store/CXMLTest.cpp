@@ -63,11 +63,16 @@ TEST(CXMLStreamTest, WritesAndReadsTheWorkedExampleAndShowsItToPeople) {
     const std::string big = "Mfrq\x41"s + "B  V" + field("a", false) + field("1", false) + "O";
     EXPECT_EQ(load(big + field("b", false) + kHeader + "EE")->SaveToString().bytes(), example);
 
-    // The forms for people show values as stored; a deep copy shows the same.
+    // The forms for people show values as stored; a deep copy shows the same, and has the same
+    // buffer of values.
     record = load(kHeader + value("a", "1") + value("z", "\0\n"s));
     record->InsertContainer(load(kHeader + value("k", "v"), "unit"));
+    record->ValueBuffer.Resize(2);
+    record->ValueBuffer[2] = "b";
+    const auto copy = record->Clone();
+    EXPECT_EQ(copy->ValueBuffer.Ubound() == 2 ? copy->ValueBuffer[2].bytes() : "", "b");
     EXPECT_EQ(
-        record->Clone()->getAsDebugData().bytes(),
+        copy->getAsDebugData().bytes(),
         "(2) value keys\n    a=1\n    z=\0\n\n    Container: unit (1) value keys\n        k=v\n"s);
     logged.clear();
     record->DebugToLog();
@@ -153,6 +158,11 @@ TEST(CXMLRecordTest, ValuesAreTextParsedOrDecodedOnTheWayOut) {
     EXPECT_EQ(CXML().GetDoubleValue("k", 2.5) + CXML().GetBooleanValue("k"), 2.5);
     EXPECT_EQ(CXML().GetStringValue("k", "d").bytes() + CXML().GetStringValue("k").bytes(), "d");
     EXPECT_FALSE(CXML().ObjectExists("k"));
+    // Latin-1 keys and values are kept in UTF-8.
+    CXML record;
+    const String latin1(std::string("\xE9"), host::TextEncoding::Latin1);
+    record.SetStringValue(latin1, latin1);
+    EXPECT_EQ(record.GetStringValue("\xC3\xA9").bytes(), "\xC3\xA9");
 }
 
 // Lookups answer from an index, which every change to children or to a name must retire.

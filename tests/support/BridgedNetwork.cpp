@@ -12,14 +12,9 @@ namespace {
 // Runs a shell script that stops at its first failure. Nothing when it succeeds; else its last
 // two lines of output, the failing command's trace and its complaint.
 std::string failureOf(const std::string& script) {
-    auto outcome = testsupport::runCommand("set -ex\n{\n" + script + "} 2>&1");
-    if (outcome.status == 0) {
-        return "";
-    }
-    std::string& output = outcome.output;
-    output.erase(output.find_last_not_of('\n') + 1);
-    const std::size_t last = output.rfind('\n');
-    return output.substr(last == std::string::npos ? 0 : output.rfind('\n', last - 1) + 1);
+    auto outcome = testsupport::runCommand("out=$(set -ex\n{\n" + script +
+                                           "} 2>&1) || { echo \"$out\" | tail -n 2; exit 1; }");
+    return outcome.status == 0 ? "" : outcome.output.erase(outcome.output.size() - 1);
 }
 
 }  // namespace

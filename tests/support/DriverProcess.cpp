@@ -1,93 +1,64 @@
 #include "DriverProcess.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <array>
+#include <cstdint>
 #include <stdexcept>
 
-extern char** environ;
+#include "host/Deadline.h"
 
 namespace testsupport {
 
-DriverProcess::DriverProcess(const std::vector<std::string>& arguments,
-                             const std::string& program) {
-    int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
-        throw std::runtime_error("pipe2 failed");
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
+namespace {
+
+std::vector<std::string> commandLine(const std::string& program,
+                                     const std::vector<std::string>& arguments) {
     std::vector<std::string> argv{program};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    std::vector<char*> raw(argv.size() + 1, nullptr);
-    std::ranges::transform(argv, raw.begin(), [](std::string& word) { return word.data(); });
-    int error = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, raw.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(pipeFds[1]);
-    outFd_ = pipeFds[0];
-    if (error != 0) {
-        pid_ = -1;
-        throw std::runtime_error("posix_spawn failed");
+    return argv;
+}
+
+}  // namespace
+
+DriverProcess::DriverProcess(const std::vector<std::string>& arguments, const std::string& program)
+    : child_(commandLine(program, arguments),
+             {.searchPath = false, .toolEnvironment = false, .dieWithUs = true}) {
+    if (child_.startError() != 0) {
+        throw std::runtime_error("cannot start " + program);
     }
 }
 
-DriverProcess::~DriverProcess() {
-    if (pid_ > 0 && !status_) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    if (outFd_ >= 0) {
-        ::close(outFd_);
-    }
-}
-
-void DriverProcess::readAvailable(int timeoutMs) {
-    if (outFd_ < 0) {
-        return;
-    }
-    pollfd entry{outFd_, POLLIN, 0};
-    if (::poll(&entry, 1, timeoutMs) <= 0) {
-        return;
-    }
-    char buffer[4096];
-    ssize_t n = ::read(outFd_, buffer, sizeof buffer);
-    if (n > 0) {
-        output_.append(buffer, static_cast<std::size_t>(n));
-    } else if (n == 0) {
-        ::close(outFd_);
-        outFd_ = -1;
-    }
+void DriverProcess::readFor(int timeoutMs) {
+    // Once it has ended, its pidfd stays readable: only its output is waited for.
+    std::array<pollfd, 2> fds{
+        {{status_ ? -1 : child_.pidfd(), POLLIN, 0}, {child_.output(), POLLIN, 0}}};
+    ::poll(fds.data(), fds.size(), timeoutMs);
+    output();
 }
 
 std::optional<int> DriverProcess::waitForExit(std::chrono::milliseconds limit) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = host::Deadline::in(limit);
     while (!status_) {
-        int raw = 0;
-        pid_t done = ::waitpid(pid_, &raw, WNOHANG);
-        if (done == pid_) {
-            status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
-            break;
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
+        if (const auto ended = child_.poll()) {
+            status_ = ended->asExitStatus();
+        } else if (deadline.passed()) {
             return std::nullopt;
+        } else {
+            readFor(deadline.pollTimeout());
         }
-        readAvailable(20);
     }
-    while (outFd_ >= 0) {
-        readAvailable(1000);
+    // A child of its own may still write.
+    while (child_.output() >= 0) {
+        readFor(1000);
     }
     return status_;
 }
 
 const std::string& DriverProcess::output() {
-    readAvailable(0);
+    if (child_.output() >= 0 && child_.readOutput(output_, SIZE_MAX)) {
+        child_.closeOutput();
+    }
     return output_;
 }
 

@@ -7,31 +7,30 @@
 #include <string>
 #include <vector>
 
+#include "host/ChildProcess.h"
+
 namespace testsupport {
 
-// The driver started as a child process, the way the controller starts it, with its standard
-// output captured. The child is killed and reaped when the object goes, so a failing test never
-// leaves it running.
+// The driver started as a child process, the way the controller starts it, with what it writes
+// captured. The child is killed and reaped when the object goes, and killed when the test dies,
+// so that a failing test never leaves it running.
 class DriverProcess {
 public:
     // arguments excludes element 0, which is the program's path.
     explicit DriverProcess(const std::vector<std::string>& arguments,
                            const std::string& program = ARP_PRESENCE_PATH);
-    ~DriverProcess();
-    DriverProcess(const DriverProcess&) = delete;
-    DriverProcess& operator=(const DriverProcess&) = delete;
 
-    pid_t pid() const { return pid_; }
+    pid_t pid() const { return child_.pid(); }
     // The exit status, or nothing if the child is still running when the limit has passed.
     std::optional<int> waitForExit(std::chrono::milliseconds limit);
-    // Standard output so far (all of it once the child has exited).
+    // Its output so far, standard output and error together (all of it once it has exited).
     const std::string& output();
 
 private:
-    void readAvailable(int timeoutMs);
+    // Reads what came, after waiting up to `timeoutMs` for more or for the child's end.
+    void readFor(int timeoutMs);
 
-    pid_t pid_ = -1;
-    int outFd_ = -1;
+    host::ChildProcess child_;
     std::string output_;
     std::optional<int> status_;
 };

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/UniqueFd.h"
+
 namespace testsupport {
 
 // A plain blocking TCP listener on 127.0.0.1 for tests: it plays the controller. Every wait has
@@ -14,9 +16,6 @@ class LoopbackServer {
 public:
     // On a free port.
     LoopbackServer();
-    ~LoopbackServer();
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
 
     int port() const { return port_; }
 
@@ -25,16 +24,22 @@ public:
     // Reads until `count` bytes have come, the peer has closed, or the limit has passed; a
     // spent limit still takes what is already there.
     std::string receive(std::chrono::milliseconds limit, std::size_t count = SIZE_MAX);
-    void closeClient();
+    // Waits until `count` whole messages have come since the last call or the limit has passed,
+    // and returns those that came, each as "key=value ..." in wire order. Not to be mixed with
+    // receive(), which would take bytes from under it.
+    std::vector<std::string> take(std::size_t count, std::chrono::milliseconds limit);
+    // The greeting that take() found.
+    const std::string& greeting() const { return greeting_; }
+    void closeClient() { client_.reset(); }
     // Fills the queue of connections waiting to be accepted; a further connect then neither
     // completes nor is refused. False if the queue never filled.
     bool fillBacklog();
 
 private:
-    int listener_ = -1;
-    int client_ = -1;
+    host::UniqueFd listener_, client_;
     int port_ = 0;
-    std::vector<int> waiting_;  // connections made by fillBacklog, never accepted
+    std::vector<host::UniqueFd> waiting_;  // connections made by fillBacklog, never accepted
+    std::string greeting_, pending_;       // pending_: the start of a message not yet whole
 };
 
 // Closes a fresh listener on a free port and returns that port: connecting there is refused.

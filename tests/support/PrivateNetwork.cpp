@@ -11,7 +11,8 @@
 
 namespace testsupport {
 
-PrivateNetwork::PrivateNetwork(const std::string& lan, const std::vector<Neighbour>& neighbours) {
+PrivateNetwork::PrivateNetwork(const std::string& lan, const std::vector<Neighbour>& neighbours,
+                               const std::string& more) {
     std::string pattern =
         (std::filesystem::temp_directory_path() / "private-network-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) {
@@ -22,9 +23,11 @@ PrivateNetwork::PrivateNetwork(const std::string& lan, const std::vector<Neighbo
     // Permanent entries do not count against the kernel's limit of entries it may forget.
     std::ofstream batch(folder_ + "/neighbours");
     for (const Neighbour& neighbour : neighbours) {
-        batch << "neigh replace " << neighbour.ip << " lladdr " << neighbour.mac
-              << " dev v0 nud permanent\n";
+        batch << "neigh replace " << neighbour.ip
+              << (neighbour.mac.empty() ? "" : " lladdr " + neighbour.mac) << " dev v0 nud "
+              << neighbour.state << "\n";
     }
+    batch << more;
     batch.close();
     std::ofstream(folder_ + "/up") << "set -e\n"
                                    << "ip link set lo up\n"

@@ -15,11 +15,14 @@ class PrivateNetwork {
 public:
     struct Neighbour {
         std::string ip;
-        std::string mac;
+        std::string mac;  // none: the entry has no hardware address
+        std::string state = "permanent";
     };
 
-    // `lan` is the machine's address with its prefix, as "192.168.5.2/24".
-    PrivateNetwork(const std::string& lan, const std::vector<Neighbour>& neighbours);
+    // `lan` is the machine's address with its prefix, as "192.168.5.2/24"; `more` holds further
+    // commands of `ip -batch`, a line each.
+    PrivateNetwork(const std::string& lan, const std::vector<Neighbour>& neighbours,
+                   const std::string& more = "");
     ~PrivateNetwork();
     PrivateNetwork(const PrivateNetwork&) = delete;
     PrivateNetwork& operator=(const PrivateNetwork&) = delete;

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <cstddef>
+#include <cstdlib>
 #include <string>
 #include <string_view>
+
+#include "MultiPacketReader.h"
 
 namespace testsupport {
 
@@ -10,7 +12,14 @@ namespace testsupport {
 // messages: fit for floods of millions of them.
 class StreamTally {
 public:
-    void feed(std::string_view bytes);
+    void feed(std::string_view bytes) {
+        pending_.append(bytes);
+        ControllerView view = readControllerStream(pending_);
+        pending_ = std::move(view.rest);
+        for (const std::string& message : view.inOrder) {
+            count(message);
+        }
+    }
 
     std::size_t answers = 0;    // "mcmd" = "PSrp"
     std::size_t malformed = 0;  // "Tamsvale: Received malformed packet from host"
@@ -18,7 +27,22 @@ public:
     std::size_t dropped = 0;    // the sum of those counts
 
 private:
-    void count(std::string_view message);
+    void count(std::string_view message) {
+        constexpr std::string_view kDropNote =
+            " log lines given up while Ambrelis was not reading them";
+        const std::size_t note = message.find(kDropNote);
+        if (message == "mcmd=PSrp") {
+            ++answers;
+        } else if (note != std::string_view::npos) {
+            // The number stands between "Tamsvale: " and the note.
+            const std::size_t digits = message.rfind(' ', note - 1) + 1;
+            ++dropNotes;
+            dropped += std::strtoull(std::string(message.substr(digits, note - digits)).c_str(),
+                                     nullptr, 10);
+        } else if (message.ends_with("Tamsvale: Received malformed packet from host")) {
+            ++malformed;
+        }
+    }
 
     std::string pending_;
 };

@@ -54,6 +54,7 @@ TEST(CommonMessageTest, WriterFormsStoreTheirDefaults) {
         {[](Cmd& c) { c.Header = "y", c.TransactionID = 300, c.SetFlag("&h41"), c.param1 = 263; },
          bytes("y", 16, "a,LXA0", 0x80, 0, 7, 0, "   \r")}};
     for (const auto& [write, packet] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(packet));
         Cmd cmd;
         write(cmd);
         // The defaults are stored, so a second write gives the same bytes.
@@ -77,8 +78,9 @@ TEST(CommonMessageTest, ReaderAcceptsByTypeLetterAndCallsHooks) {
         {"", false, 0, ""},    {"L\6\3ab\r", true, 3, "ab\r"}, {"L\5Hey", true, 4, "Hey"},
         {"L", true, 0, ""},    {"L\4\4ab", true, 4, "ab"}};
     for (const auto& [packet, accepted, logLevel, text] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(packet));
         Cmd cmd;
-        EXPECT_EQ(cmd.InitFromCommonMessage(host::String(packet)), accepted) << packet;
+        EXPECT_EQ(cmd.InitFromCommonMessage(host::String(packet)), accepted);
         EXPECT_EQ(std::make_pair(cmd.LogData, cmd.LogMessage.bytes()),
                   std::make_pair(logLevel, text));
     }
@@ -99,10 +101,10 @@ TEST(CommonMessageTest, ReaderFoldsCommandLevelAndFlags) {
         {'Q', 'L', 'P', true, 0},   {4, 0, 4, false, 0},  {80, 0, 80, false, 0},
         {'2', 'K', '2', false, 'K'}};
     for (const auto& [command, levelByte, folded, lowBattery, level] : cases) {
+        SCOPED_TRACE(command);
         Cmd cmd = received(common(command, levelByte));
         EXPECT_EQ(std::make_tuple(cmd.Command.bytes(), cmd.LowBattery, cmd.level),
-                  std::make_tuple(std::string(1, char(folded)), lowBattery, level))
-            << command;
+                  std::make_tuple(std::string(1, char(folded)), lowBattery, level));
         EXPECT_EQ(cmd.GetRawCommand().bytes(), common(folded, level));  // what goes back out
     }
     // The flag bits toggle on the wire; the booleans only ever get set.
@@ -157,6 +159,7 @@ TEST(MultiPacketTest, ReaderHonoursTheFlagStopsAtTheEndAndMatchesKeysAsHeld) {
         {bytes("J", 0, 0, 0x7F), false, {}},
         {"J", false, {}}};
     for (const auto& [packet, littleEndian, pairs] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(packet));
         Cmd cmd;
         EXPECT_TRUE(cmd.initFromMultiPacket(host::String(packet)));
         EXPECT_EQ(std::make_tuple(cmd.LittleEndian, pairsOf(cmd), cmd.isMultiPacket && !cmd.fCCM,
@@ -169,7 +172,9 @@ TEST(MultiPacketTest, ReaderHonoursTheFlagStopsAtTheEndAndMatchesKeysAsHeld) {
     const Cmd got = received(sent.GetRawCommand().bytes());
     // The sender holds "IP" unpadded, so only the receiver finds it; keys ignore case.
     EXPECT_EQ(sent.GetMulti("IP").bytes() + "|" + got.GetMulti("ip").bytes(), "|x");
-    EXPECT_EQ(pairsOf(*got.MakeAck()), (Pairs{{"mcmd", "ACK"}, {"PkID", "17"}}));
+    // The acknowledgement is a multi-packet itself.
+    EXPECT_EQ(got.MakeAck()->GetRawCommand().bytes(),
+              bytes("J", 21, 0, 0x80, "mcmd", 3, 0, "ACK", "PkID", 2, 0, "17"));
 }
 
 }  // namespace
