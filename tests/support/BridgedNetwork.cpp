@@ -5,16 +5,16 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "RunCommand.h"
+#include "DriverProcess.h"
 
 namespace {
 
 // Runs a shell script that stops at its first failure. Nothing when it succeeds; else its last
 // two lines of output, the failing command's trace and its complaint.
 std::string failureOf(const std::string& script) {
-    auto outcome = testsupport::runCommand("out=$(set -ex\n{\n" + script +
-                                           "} 2>&1) || { echo \"$out\" | tail -n 2; exit 1; }");
-    return outcome.status == 0 ? "" : outcome.output.erase(outcome.output.size() - 1);
+    auto [status, output] = testsupport::DriverProcess::shell(
+        "out=$(set -ex\n{\n" + script + "} 2>&1) || { echo \"$out\" | tail -n 2; exit 1; }");
+    return status == 0 ? "" : output.erase(output.size() - 1);
 }
 
 }  // namespace

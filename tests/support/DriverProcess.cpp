@@ -22,8 +22,7 @@ std::vector<std::string> commandLine(const std::string& program,
 }  // namespace
 
 DriverProcess::DriverProcess(const std::vector<std::string>& arguments, const std::string& program)
-    : child_(commandLine(program, arguments),
-             {.searchPath = false, .toolEnvironment = false, .dieWithUs = true}) {
+    : child_(commandLine(program, arguments), {.toolEnvironment = false, .dieWithUs = true}) {
     if (child_.startError() != 0) {
         throw std::runtime_error("cannot start " + program);
     }
@@ -53,6 +52,13 @@ std::optional<int> DriverProcess::waitForExit(std::chrono::milliseconds limit) {
         readFor(1000);
     }
     return status_;
+}
+
+std::pair<int, std::string> DriverProcess::shell(const std::string& line,
+                                                 std::chrono::seconds limit) {
+    DriverProcess sh({"-c", line}, "/bin/sh");
+    const int status = sh.waitForExit(limit).value_or(-1);
+    return {status, sh.output()};
 }
 
 const std::string& DriverProcess::output() {

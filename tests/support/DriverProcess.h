@@ -5,6 +5,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/ChildProcess.h"
@@ -17,8 +18,13 @@ namespace testsupport {
 class DriverProcess {
 public:
     // arguments excludes element 0, which is the program's path.
+    // A program without a slash is found through PATH.
     explicit DriverProcess(const std::vector<std::string>& arguments,
                            const std::string& program = ARP_PRESENCE_PATH);
+    // Runs a command line through sh to its end: the exit status (-1 when it outlived the limit),
+    // and what it wrote to standard output and error.
+    static std::pair<int, std::string> shell(const std::string& line,
+                                             std::chrono::seconds limit = std::chrono::seconds(60));
 
     pid_t pid() const { return child_.pid(); }
     // The exit status, or nothing if the child is still running when the limit has passed.

@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
-#include <utility>
+
+#include "host/UniqueFd.h"
 
 // Moves the calling thread into a network namespace for as long as the object lives. Sockets
 // made meanwhile belong to that namespace, and children started meanwhile are born in it.
@@ -18,25 +18,23 @@ public:
         if (path.empty()) {
             return;
         }
-        home_ = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-        const int target = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (home_ >= 0 && (target < 0 || ::setns(target, CLONE_NEWNET) != 0)) {
-            ::close(std::exchange(home_, -1));
+        home_ = host::UniqueFd(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
+        const host::UniqueFd target(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!target || ::setns(target.get(), CLONE_NEWNET) != 0) {
+            home_.reset();
         }
-        ::close(target);  // harmless when it did not open
     }
     // A thread left in the wrong namespace would quietly spoil every later test.
     ~InNamespace() {
-        if (home_ >= 0 && ::setns(home_, CLONE_NEWNET) != 0) {
+        if (home_ && ::setns(home_.get(), CLONE_NEWNET) != 0) {
             std::abort();
         }
-        ::close(home_);  // harmless when it did not open
     }
     InNamespace(const InNamespace&) = delete;
     InNamespace& operator=(const InNamespace&) = delete;
 
-    bool entered() const { return home_ >= 0; }
+    bool entered() const { return static_cast<bool>(home_); }
 
 private:
-    int home_ = -1;
+    host::UniqueFd home_;
 };

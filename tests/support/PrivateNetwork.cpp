@@ -7,8 +7,6 @@
 #include <fstream>
 #include <thread>
 
-#include "RunCommand.h"
-
 namespace testsupport {
 
 PrivateNetwork::PrivateNetwork(const std::string& lan, const std::vector<Neighbour>& neighbours,
@@ -37,10 +35,10 @@ PrivateNetwork::PrivateNetwork(const std::string& lan, const std::vector<Neighbo
                                    << "ip link set v0 up\n"
                                    << "ip -batch " << folder_ << "/neighbours\n"
                                    << "exec \"$@\"\n";
-    const auto tried = runCommand(std::string(kLauncher) + " --net --user --map-root-user sh " +
-                                  folder_ + "/up true 2>&1");
-    if (tried.status != 0) {
-        whyNot_ = "no network namespace of our own: " + tried.output;
+    const auto [status, output] = DriverProcess::shell(
+        std::string(kLauncher) + " --net --user --map-root-user sh " + folder_ + "/up true");
+    if (status != 0) {
+        whyNot_ = "no network namespace of our own: " + output;
     }
 }
 

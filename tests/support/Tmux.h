@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "RunCommand.h"
+#include "DriverProcess.h"
 
 namespace testsupport {
 
@@ -21,24 +21,24 @@ public:
     Tmux(const std::string& command, int columns, int lines) {
         static std::atomic<int> count{0};
         socket_ = "arp-test-" + std::to_string(::getpid()) + "-" + std::to_string(count++);
-        run("new-session -d -x " + std::to_string(columns) + " -y " + std::to_string(lines) + " " +
-            quoted(command));
+        run({"new-session", "-d", "-x", std::to_string(columns), "-y", std::to_string(lines),
+             command});
     }
-    ~Tmux() { run("kill-server 2>/dev/null"); }
+    ~Tmux() { run({"kill-server"}); }
     Tmux(const Tmux&) = delete;
     Tmux& operator=(const Tmux&) = delete;
 
-    static bool available() { return runCommand("tmux -V >/dev/null 2>&1").status == 0; }
+    static bool available() { return DriverProcess::shell("command -v tmux").first == 0; }
     // What the terminal shows, a string per line, without trailing blanks.
     std::vector<std::string> screen() const {
         std::vector<std::string> lines;
-        std::istringstream text(run("capture-pane -p"));
+        std::istringstream text(run({"capture-pane", "-p"}));
         for (std::string line; std::getline(text, line);) {
             lines.push_back(line.erase(line.find_last_not_of(' ') + 1));
         }
         return lines;
     }
-    void keys(const std::string& keys) const { run("send-keys " + quoted(keys)); }
+    void keys(const std::string& keys) const { run({"send-keys", keys}); }
     // Waits until a line of the screen contains `text`.
     bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {
         const auto shows = [&text](const std::string& line) {
@@ -55,15 +55,12 @@ public:
     }
 
 private:
-    static std::string quoted(const std::string& text) {
-        std::string out = "'";
-        for (const char c : text) {
-            out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        }
-        return out + "'";
-    }
-    std::string run(const std::string& arguments) const {
-        return runCommand("tmux -f /dev/null -L " + socket_ + " " + arguments).output;
+    // tmux itself, not through a shell: the arguments need no quoting.
+    std::string run(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"-f", "/dev/null", "-L", socket_});
+        DriverProcess tmux(arguments, "tmux");
+        tmux.waitForExit(std::chrono::seconds(10));
+        return tmux.output();
     }
 
     std::string socket_;
