@@ -21,11 +21,13 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-Lines logged;  // every log line of the suite as "level text"; cleared before a watched step
-void capture(const String& text, std::int64_t level) {
-    logged.push_back(std::to_string(level) + " " + text.bytes());
+Lines logged;  // the log lines since watchLog(), each as "level text"
+void watchLog() {
+    logged.clear();
+    host::LogChannel::setSink([](const String& text, std::int64_t level) {
+        logged.push_back(std::to_string(level) + " " + text.bytes());
+    });
 }
-const bool kLogCaptured = (host::LogChannel::setSink(capture), true);
 
 // A length of 32 bits and the bytes.
 std::string field(const std::string& bytes, bool little = true) {
@@ -74,7 +76,7 @@ TEST(CXMLStreamTest, WritesAndReadsTheWorkedExampleAndShowsItToPeople) {
     EXPECT_EQ(
         copy->getAsDebugData().bytes(),
         "(2) value keys\n    a=1\n    z=\0\n\n    Container: unit (1) value keys\n        k=v\n"s);
-    logged.clear();
+    watchLog();
     record->DebugToLog();
     EXPECT_EQ(logged, (Lines{"4 --- begin debug", "4 a : 1", "4 z : \0\n"s, "4 ---end debug"}));
 }
@@ -93,7 +95,7 @@ TEST(CXMLStreamTest, DamagedStreamsKeepWhatWasReadAndRaiseOnlyForAHeader) {
         {kHeader + "O" + field("") + kHeader + kv, false, 0, 1, {}},
         {kHeader + "V" + field("k") + "\xFF\xFF\xFF\xFFshort", false, 1, 0, {}}};
     for (const auto& [bytes, raises, keys, children, log] : cases) {
-        logged.clear();
+        watchLog();
         auto record = host::New<CXML>();
         const bool raised = attempt([&] { return record->loadFromString(String(bytes)), 0; }) == -1;
         EXPECT_EQ(
@@ -223,7 +225,7 @@ TEST(CXMLFileTest, ASaveReplacesTheFileWholeOrChangesNothingAndALoadLogs) {
     const auto previous = signal(SIGXFSZ, SIG_IGN);  // a short write instead of the signal
     setrlimit(RLIMIT_FSIZE, &limited);
     for (const auto& [target, record, result, log, content] : saves) {
-        logged.clear();
+        watchLog();
         const int got = attempt([&] { return int(record->SaveToFile(item(target))); });
         EXPECT_EQ(std::make_tuple(got, logged, read(target)), std::make_tuple(result, log, content))
             << target;
@@ -241,7 +243,7 @@ TEST(CXMLFileTest, ASaveReplacesTheFileWholeOrChangesNothingAndALoadLogs) {
           {"absent", 0, Lines{}},
           {"text", 0, Lines{"4 file at: " + dir + "text is not an Ambrelis binary."}},
           {"damaged", 1, Lines{"4 unable to load MFRQ file: damaged with message: "}}}) {
-        logged.clear();
+        watchLog();
         auto record = host::New<CXML>();
         record->loadFromFile(item(file), nullptr);
         EXPECT_EQ(std::make_tuple(record->GetKeyCount(), logged), std::make_tuple(keys, log))
