@@ -1,4 +1,5 @@
 #include <memory>
+#include <thread>
 
 #include "DriverFixture.h"
 #include "host/Clock.h"
@@ -53,6 +54,26 @@ TEST_F(LinkTest, TheGuardsReportOfWhatEndedTheRunLeavesBeforeTheRunEnds) {
     ASSERT_GE(sent.size(), 2u);
     EXPECT_EQ(sent.front(),
               "mcmd=WrtL Valu=4 DATA=An unhandled OutOfBounds Exception was trapped globally.");
+}
+
+// A run as the controller starts it, in-process: it greets, says it is ready, asks for the units
+// and sweeps until "close".
+TEST_F(LinkTest, ARunThatConnectsAsksForItsUnitsAndEndsAtClose) {
+    Lines got;
+    std::thread controller([&] {
+        if (server.accept(5s)) {
+            got = server.take(3, 10s);
+            server.send(multiPacket({{"mcmd", "close"}}));
+        }
+    });
+    const std::int64_t status = app.Run(host::Array<host::String>{
+        "arp-presence", "", "127.0.0.1", host::String(std::to_string(server.port())), "run-1"});
+    controller.join();
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(server.greeting(), "ard:run-1\r");
+    EXPECT_EQ(got, (Lines{"mcmd=WrtL Valu=2 DATA=Tamsvale ISF connecting...",
+                          "mcmd=WrtL Valu=2 DATA=Tamsvale driver version 2.0 (build 3) Ready...",
+                          "mcmd=getUnits"}));
 }
 
 TEST_F(LinkTest, OpeningDropsTheLinkBeforeAndWaitingRunsToItsLimit) {

@@ -3,6 +3,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <numeric>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "LoopbackServer.h"
 #include "ProcessStats.h"
 #include "host/ChildProcess.h"
+#include "host/Clock.h"
 #include "host/ConsoleApplication.h"
 #include "host/EndException.h"
 #include "host/ExceptionWrapper.h"
@@ -162,6 +164,19 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
     twice->Execute("echo b");
     finish(closed);
     EXPECT_EQ(finish(twice), (std::vector{End(0, "b\n"), End(1, "a\n"), End(137, "")}));
+    // A signal does not cut a synchronous run short either, and Poll serves a shell's own
+    // events without the pump.
+    auto polled = std::make_shared<RecordingShell>(0);
+    interruptIn(20ms);
+    polled->Execute("sleep 0.1; echo late");
+    EXPECT_EQ(End(polled->ErrorCode(), polled->Result().bytes()), End(0, "late\n"));
+    polled = std::make_shared<RecordingShell>(1);
+    polled->Execute("exit 6");
+    for (int i = 0; i < 1000 && RecordingShell::ends.empty(); ++i) {
+        std::this_thread::sleep_for(10ms);
+        polled->Poll();
+    }
+    EXPECT_EQ(finish(polled), std::vector{End(6, "")});
     auto waited = std::make_shared<RecordingShell>(1);
     const auto begun = std::chrono::steady_clock::now();
     waited->Execute("sleep 0.1; exit 4");
@@ -193,13 +208,43 @@ TEST_F(PumpTest, AChildThatCannotStartSaysWhyAndHoldsNobody) {
     std::signal(SIGCHLD, previous);
 }
 
+// Signals we ignore stay ignored in a child, as they do across exec (a driver started under
+// nohup keeps its pings from SIGHUP too); one that has ended and been waited for runs no more.
+TEST_F(PumpTest, AChildKeepsTheSignalsWeIgnoreAndIsNotRunningOnceEnded) {
+    const auto previous = std::signal(SIGHUP, SIG_IGN);
+    host::ChildProcess child({"/bin/sh", "-c", "kill -HUP $$; exit 7"}, {});
+    const auto status = child.poll(true);
+    std::signal(SIGHUP, previous);
+    EXPECT_EQ(status ? status->asExitStatus() : -1, 7);
+    EXPECT_FALSE(child.running());
+}
+
+// Microseconds count from the program's start: the same offset from the monotonic clock
+// whether or not the nanoseconds of now are below those of the start.
+TEST(ClockTest, MicrosecondsKeepOneOffsetFromTheMonotonicClock) {
+    const auto monotonic = [] {
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
+    };
+    const auto belowStart = [&](double start) {
+        return std::fmod(monotonic(), 1e6) < std::fmod(start, 1e6);
+    };
+    const double start = monotonic() - host::Microseconds();
+    const bool below = belowStart(start);
+    for (int i = 0; i < 1100 && belowStart(start) == below; ++i) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_NEAR(monotonic() - host::Microseconds(), start, 1000);
+}
+
 // A stack begins where the exception was raised, not in the code that makes it, and a frame
 // without a name keeps its whole text, also where its file's path has a '+' (libstdc++'s has).
 TEST(StackTest, BeginsWhereRaisedAndKeepsNamelessFramesWhole) {
     host::Array<host::String> stack;
     std::thread([&stack] { stack = host::RuntimeException().Stack; }).join();
     ASSERT_GE(stack.Count(), 1);
-    EXPECT_EQ(stack[0].bytes().find("Exception::"), std::string::npos) << stack[0].bytes();
+    EXPECT_EQ(stack[0].bytes().find("Exception"), std::string::npos) << stack[0].bytes();
     EXPECT_TRUE(std::ranges::any_of(stack, [](const host::String& frame) {
         return frame.bytes().find("libstdc++.so") != std::string::npos;
     }));
@@ -271,6 +316,7 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
                 pumpUntil([&] { return socket->BytesLeftToSend() < std::ssize(up); }));
     server.closeClient();
     EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
+    EXPECT_FALSE(socket->IsBackedUp());
     socket->Port = 70000;
     socket->Connect();
     EXPECT_EQ(socket->events.size(), 4u);

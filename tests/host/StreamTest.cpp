@@ -8,6 +8,7 @@
 #include "host/BinaryStream.h"
 #include "host/IOException.h"
 #include "host/OutOfBoundsException.h"
+#include "host/UniqueFd.h"
 
 namespace host {
 namespace {
@@ -80,6 +81,14 @@ TEST(StreamTest, ReadsStopAtTheDataWritesGrowAndFillGapsAndMisuseRaises) {
     full->Write(String("x"));
     EXPECT_THROW(full->Close(), IOException);
     BinaryStream::Create(String("/dev/full"))->Write(String("x"));
+    // Started with standard input closed, as daemons are, a file opens as descriptor 0.
+    {
+        const UniqueFd in(::dup(0));
+        ::close(0);
+        const bool opened = BinaryStream::Open(name, false) != nullptr;
+        ::dup2(in.get(), 0);
+        EXPECT_TRUE(opened);
+    }
     EXPECT_EQ(testsupport::openDescriptors(), descriptors);  // every file was closed
     std::remove(name.bytes().c_str());
 }

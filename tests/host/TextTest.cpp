@@ -5,6 +5,7 @@
 #include "host/Base64.h"
 #include "host/FolderItem.h"
 #include "host/StringFunctions.h"
+#include "host/UnsupportedFormatException.h"
 
 using namespace host;
 
@@ -88,16 +89,19 @@ TEST(NumberTextTest, DigitsAndPatternsReadAndWriteTheSameNumbers) {
     for (std::size_t row = 0; row < std::size(texts); ++row) {
         EXPECT_EQ(texts[row].first.bytes(), texts[row].second) << "text row " << row;
     }
+    EXPECT_THROW(Format(1, "#.x"), UnsupportedFormatException);
+    EXPECT_THROW(Format(1, "x.#"), UnsupportedFormatException);
     const double inf = std::numeric_limits<double>::infinity();
     const double nan = std::numeric_limits<double>::quiet_NaN(), lowest = -0x1p63;
     // clang-format off
     const std::pair<double, double> numbers[] = {
         {Str(-1e300).size(), 302}, {Format(1e300, "#").size(), 301}, {Val("1234.9"), 1234.9},
-        {Val("  42abc"), 42}, {Val("\t-7"), -7}, {Val("abc"), 0}, {1 / Val("-"), inf},
+        {Val("  42abc"), 42}, {Val("\t-7"), -7}, {Val("abc"), 0}, {1 / Val("-"), inf}, {1 / Val("-."), inf},
         {Val("1e5"), 1e5}, {Val("1E-2x"), 0.01}, {Val("2e+"), 2}, {Val("&hFF"), 255},
         {Val("&H1f"), 31},
         {Val("&b102"), 2}, {Val("&h"), 0}, {Val("-1e999"), -inf}, {Val("1e-999"), 0},
         {Val("0.6666666667"), 0.6666666667},
+        {Val(String("0." + std::string(400, '0') + "1e0zzzzz")), 0},  // the exponent ends at the z
         {truncateToInt64(-2.9), -2}, {truncateToInt64(0x1p63 - 1024), 0x1p63 - 1024},
         {truncateToInt64(0x1p63), lowest}, {truncateToInt64(nan), lowest}};
     // clang-format on
