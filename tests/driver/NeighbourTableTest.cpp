@@ -123,6 +123,10 @@ TEST(NeighbourTableTest, TakeReadsWhatTheKernelSendsAndSurvivesWhatItDoesNot) {
         {"a stub shorter than a header", {one + "\x10\0\0"s}, "More 1 cut"},
         {"nothing read after DONE", {one + done() + two, three}, "Done 1"},
         {"an unpadded last message", {unpadded}, "More 1:hw5"},
+        {"the hardware address before the destination",
+         {message(RTM_NEWNEIGH, ndm(NUD_STALE) + attribute(NDA_LLADDR, kMac) +
+                                    attribute(NDA_DST, "\x0a\0\0\x05"s))},
+         "More 5"},
     };
     for (const auto& [name, datagrams, expected] : rows) {
         SCOPED_TRACE(name);
@@ -180,6 +184,8 @@ TEST(NeighbourTableTest, ReadsEveryEntryOfARealTable) {
         ASSERT_TRUE(entered.entered());
         errno = EINTR;  // left by an earlier call: the request still goes once
         reading = NeighbourTable::read();
+        errno = ENOBUFS;  // nor does a stale one read as replies lost
+        EXPECT_EQ(NeighbourTable::read().lines.size(), reading.lines.size());
     }
     Texts lines, complaints;
     for (const host::String& line : reading.lines) {

@@ -122,6 +122,7 @@ TEST(ProbeOutcomeTest, OneReplyOfTwoIsAnAnswerAndOtherCodesStay) {
         {137, "packets transmitted, 1 received", 137},
         {1, "packets transmitted, 99999999999999999999", 0},
         {1, "2 packets transmitted, 0 received", 1},
+        {1, "2 packets transmitted, 01 received", 0},
         {0, "rtt min/avg/max/mdev = 1/2/3/4 ms", 0}};
     for (const auto& [code, output, expected] : rows) {
         EXPECT_EQ(SystemTools::probeOutcome(code, host::String(output)).exitCode, expected)

@@ -160,6 +160,16 @@ TEST(CXMLRecordTest, ValuesAreTextParsedOrDecodedOnTheWayOut) {
     EXPECT_EQ(CXML().GetDoubleValue("k", 2.5) + CXML().GetBooleanValue("k"), 2.5);
     EXPECT_EQ(CXML().GetStringValue("k", "d").bytes() + CXML().GetStringValue("k").bytes(), "d");
     EXPECT_FALSE(CXML().ObjectExists("k"));
+    // A hidden value reads back as it was set; a date is read from its text, field by field.
+    CXML dated;
+    dated.setEncryptedStringValue("h", "hi");
+    dated.SetStringValue("d", "3/15/2026 10:20:30");
+    const auto date = dated.getDate("D");
+    ASSERT_TRUE(date != nullptr);
+    EXPECT_EQ(std::make_tuple(dated.GetStringValue("h").bytes(), date->Year(), date->Month(),
+                              date->Day(), date->Hour(), date->Minute(), date->Second()),
+              std::make_tuple("hi", 2026, 3, 15, 10, 20, 30));
+    EXPECT_TRUE(dated.getDate("none", date) == date);
     // Latin-1 keys and values are kept in UTF-8.
     CXML record;
     const String latin1(std::string("\xE9"), host::TextEncoding::Latin1);
@@ -185,7 +195,8 @@ TEST(CXMLRecordTest, ChildrenByRunningNumberFollowEveryChange) {
     }
     b->SetName("A");
     EXPECT_TRUE(list->GetContainer("a", 2) == b && list->GetContainerCount("a") == 3);
-    list->removeContainer("a", 0);                      // there is no child 0
+    list->removeContainer("a", 0);  // there is no child 0
+    EXPECT_EQ(list->GetContainerCount("a"), 3);
     list->ReplaceContainer("a", 1, load("", "other"));  // keeps its own name
     list->removeContainer("a", 1);
     EXPECT_TRUE(list->GetContainerCount("a") == 1 && list->GetContainer("a", 1) == a2);

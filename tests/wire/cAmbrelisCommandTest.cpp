@@ -125,6 +125,13 @@ TEST(VocabularyTest, HouseAndUnitCodesAndAnUnknownHeader) {
         cmd.SetUnitCode(std::stoll(unit));
         EXPECT_EQ(cmd.Address2.bytes() + " " + cmd.GetUnitCode().bytes(), digits + " " + unit);
     }
+    // A camera's commands have words of their own.
+    cmd.Header = "N";
+    for (auto [command, text] : Pairs{{"C", "tilt down"}, {"Z", "UNKNOWN Ninja command (5A)"}}) {
+        cmd.Command = host::String(command);
+        EXPECT_EQ(cmd.GetCommandCodeDescription().bytes(), text) << command;
+    }
+    cmd.Header = cmd.Command = "";
     cmd.Constructor();  // the report needs its time stamp; a header it does not know is named so
     EXPECT_NE(cmd.DebugString().bytes().find("\r       Header: UNKNOWN ()\r"), std::string::npos);
     EXPECT_EQ(cmd.GetLogLine().bytes(), "Safe Condition for address C256");  // command ""
