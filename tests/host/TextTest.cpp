@@ -125,6 +125,7 @@ TEST(TextEncodingsTest, UntaggedBytesAreUtf8OnlyWhenWellFormed) {
         {ConvertEncoding(String(std::string("\xC0\xAF")), UTF8), "\xC3\x80\xC2\xAF"},
         {ConvertEncoding(String("\xC3\xA9\xE2\x82\xAC"), Latin1), "\xE9?"},
         {ConvertEncoding(String("\x80", None), UTF8), "\xC2\x80"},
+        {ConvertEncoding(String("\xC3\xA9", Latin1), UTF8), "\xC3\x83\xC2\xA9"},
         {ConvertEncoding(String("\xC3(", None), UTF8), "\xC3\x83("},
         {ConvertEncoding(String("\xDF\xBF\xF4\x8F\xBF\xBF", None), Latin1), "??"}};
     const std::pair<std::string_view, char32_t> sequences[] = {

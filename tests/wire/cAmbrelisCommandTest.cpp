@@ -131,7 +131,12 @@ TEST(VocabularyTest, HouseAndUnitCodesAndAnUnknownHeader) {
         cmd.Command = host::String(command);
         EXPECT_EQ(cmd.GetCommandCodeDescription().bytes(), text) << command;
     }
-    cmd.Header = cmd.Command = "";
+    cmd.Header = "";
+    cmd.fCCM = true;
+    cmd.Command = "P";
+    EXPECT_EQ(cmd.GetCommandCodeDescription().bytes(), "Ping");
+    cmd.fCCM = false;
+    cmd.Command = "";
     cmd.Constructor();  // the report needs its time stamp; a header it does not know is named so
     EXPECT_NE(cmd.DebugString().bytes().find("\r       Header: UNKNOWN ()\r"), std::string::npos);
     EXPECT_EQ(cmd.GetLogLine().bytes(), "Safe Condition for address C256");  // command ""
