@@ -176,7 +176,8 @@ TEST_F(PumpTest, ShellRunsReportCodeAndOutputOnceInBothModesAndOnlyThePumpComple
         std::this_thread::sleep_for(10ms);
         polled->Poll();
     }
-    EXPECT_EQ(finish(polled), std::vector{End(6, "")});
+    EXPECT_EQ(RecordingShell::ends, std::vector{End(6, "")});
+    finish(polled);
     auto waited = std::make_shared<RecordingShell>(1);
     const auto begun = std::chrono::steady_clock::now();
     waited->Execute("sleep 0.1; exit 4");
