@@ -265,6 +265,7 @@ protected:
             Close();
         }
     }
+    void Event_SendComplete() override { events.push_back("sent"); }
     void Event_Error(const host::RuntimeException& err) override {
         events.push_back("error " + std::to_string(err.ErrorNumber));
     }
@@ -292,7 +293,7 @@ TEST_F(PumpTest, SocketSendsInOrderPausesWhileBackedUpAndReportsEachEndOnceAfter
     EXPECT_TRUE(socket->IsBackedUp());
     server.send("waits");
     host::ConsoleApplication::DoEvents(100);
-    EXPECT_EQ(socket->events, Names{"connected"});
+    EXPECT_EQ(socket->events, (Names{"connected", "sent"}));  // the first bytes, by the pump
     std::thread peer([&] {
         received = server.receive(20s, up.size());
         server.send(down);  // more than one turn reads
@@ -365,14 +366,24 @@ TEST_F(PumpTest, SocketWithNothingToSendLetsThePumpSleepAndAFlushWaitsNoLongerTh
         socket->Write(host::String(std::string(64 << 10, 'x')));
     }
     host::ConsoleApplication::DoEvents(20);
+    // What another handler of the same turn flushed is not the pump's to report as sent.
+    const int ready = ::eventfd(1, EFD_CLOEXEC);
+    const auto flusher = pump.watch(ready, POLLIN, [&](short) { socket->Flush(); });
+    ASSERT_TRUE(connect());  // its watch comes after the flusher's
+    socket->Write(host::String("flushed"));
+    host::ConsoleApplication::DoEvents(20);
+    pump.unwatch(flusher);
+    ::close(ready);
+    EXPECT_EQ(server.receive(1s, 7), "flushed");
     ASSERT_TRUE(connect());
     socket->closeOnData = true;
     server.send("last");
     server.closeClient();
     EXPECT_TRUE(pumpUntil([&] { return !socket->IsConnected(); }));
     host::ConsoleApplication::DoEvents(20);
-    EXPECT_EQ(socket->events, (Names{"connected", "connected", "error " + std::to_string(EPIPE),
-                                     "connected", "data"}));
+    EXPECT_EQ(socket->events,
+              (Names{"connected", "sent", "connected", "error " + std::to_string(EPIPE),
+                     "connected", "connected", "data"}));
 }
 
 }  // namespace
