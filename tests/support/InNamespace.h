@@ -20,7 +20,7 @@ public:
         }
         home_ = host::UniqueFd(::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC));
         const host::UniqueFd target(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        if (!target || ::setns(target.get(), CLONE_NEWNET) != 0) {
+        if (!home_ || !target || ::setns(target.get(), CLONE_NEWNET) != 0) {
             home_.reset();
         }
     }
