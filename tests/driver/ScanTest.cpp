@@ -108,7 +108,8 @@ TEST_F(ScanTest, EachEndOfAPingDecidesWhatTheControllerIsTold) {
 TEST_F(ScanTest, SixPingsRunAtOnceAndDroppedDevicesStillEnd) {
     std::int64_t most = 0;
     for (int i = 0; i < 8; ++i) {
-        const std::string ip = "10.1.0." + std::to_string(i), mac = "02:00:00:00:00:0" + ip[7];
+        const std::string ip = "10.1.0." + std::to_string(i),
+                          mac = "02:00:00:00:00:0" + std::to_string(i);
         network.answer(ip, "slow 0.1");
         arpHost(ip, mac)->DoPing();
         hosts().Remove(host::String(mac));
