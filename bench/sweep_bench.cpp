@@ -12,6 +12,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <random>
 #include <set>
@@ -173,6 +174,27 @@ void countUnserved(benchmark::State& state, const Session& session) {
     }
 }
 
+// A network of namespaces with this thread in its driver's namespace, for as long as it lives.
+struct DriverLan {
+    DriverLan(const std::vector<BridgedNetwork::Host>& plan, const std::vector<int>& prefixes)
+        : network(plan, prefixes),
+          inDriver(network.whyNot().empty() ? network.namespacePath("driver") : "") {}
+    BridgedNetwork network;
+    InNamespace inDriver;
+};
+
+// The network of `plan` entered, or none, and the benchmark skipped, where none can be made.
+std::unique_ptr<DriverLan> enterNetwork(benchmark::State& state,
+                                        const std::vector<BridgedNetwork::Host>& plan,
+                                        const std::vector<int>& prefixes = {}) {
+    auto lan = std::make_unique<DriverLan>(plan, prefixes);
+    if (!lan->network.whyNot().empty()) {
+        state.SkipWithError(("no network of namespaces: " + lan->network.whyNot()).c_str());
+        return nullptr;
+    }
+    return lan;
+}
+
 // The driver process on six hosts of a /24 (one of them its gateway), through its first two
 // sweeps. The first sweep holds the link while its fill runs; later ones find theirs over.
 void BM_LinkUnservedPerSweep(benchmark::State& state) {
@@ -182,12 +204,10 @@ void BM_LinkUnservedPerSweep(benchmark::State& state) {
         plan.push_back({i == 1 ? "gateway" : "host" + number, 0, "10.99.0." + number,
                         "02:00:00:00:01:0" + number, true});
     }
-    BridgedNetwork network(plan);
-    if (!network.whyNot().empty()) {
-        state.SkipWithError(("no network of namespaces: " + network.whyNot()).c_str());
+    const auto lan = enterNetwork(state, plan);
+    if (!lan) {
         return;
     }
-    const InNamespace inDriver(network.namespacePath("driver"));
     for (auto _ : state) {
         // A sweep of a /24 is over well within 15 s of its start.
         countUnserved(
@@ -282,14 +302,12 @@ void BM_FirstSweepOfA24(benchmark::State& state) {
             plan.push_back(host);
         }
     }
-    BridgedNetwork network(plan);
-    if (!network.whyNot().empty()) {
-        state.SkipWithError(("no network of namespaces: " + network.whyNot()).c_str());
+    const auto lan = enterNetwork(state, plan);
+    if (!lan) {
         return;
     }
-    const InNamespace inDriver(network.namespacePath("driver"));
     for (auto _ : state) {
-        countFirstSweep(state, network, runDriver([](const Session& run) {
+        countFirstSweep(state, lan->network, runDriver([](const Session& run) {
                             return Clock::now() - run.started < 20s;
                         }));
     }
@@ -299,12 +317,11 @@ BENCHMARK(BM_FirstSweepOfA24)->Iterations(1)->Unit(benchmark::kSecond);
 // Each host that comes does so at a seeded random moment between 15 s and 165 s into the run,
 // when the first sweep is long over; the run ends once each is ON, or 100 s after the last came.
 void BM_Arrival(benchmark::State& state) {
-    BridgedNetwork network(arrivalPlan(), {24, 22});
-    if (!network.whyNot().empty()) {
-        state.SkipWithError(("no network of namespaces: " + network.whyNot()).c_str());
+    const auto lan = enterNetwork(state, arrivalPlan(), {24, 22});
+    if (!lan) {
         return;
     }
-    const InNamespace inDriver(network.namespacePath("driver"));
+    const BridgedNetwork& network = lan->network;
     std::mt19937 random(20261125);
     std::uniform_real_distribution<double> moment(15, 165);
     std::map<std::string, Clock::duration> comeAfter;  // by hardware address
