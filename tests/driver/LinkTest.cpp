@@ -105,6 +105,27 @@ TEST_F(LinkTest, OpeningDropsTheLinkBeforeAndWaitingRunsToItsLimit) {
     EXPECT_TRUE(Globals::DoQuit);
 }
 
+// Past the ceiling a controller that reads nothing loses log lines, and nothing else; once it
+// has read what waited, one line counts those given up.
+TEST_F(LinkTest, LogLinesGivenUpWhileTheControllerDoesNotReadAreCountedOnceItDoes) {
+    connect();
+    auto& link = *AmbrelisSupport::AmbrelisSocket;
+    // More than the kernel's buffers of both ends hold, so that the queue stays past the ceiling.
+    const std::size_t waiting = cAmbrelisDeviceSocket::kLogCeiling + (std::size_t{16} << 20);
+    link.Write(host::String(std::string(waiting, 'x')));
+    Globals::writelog("given up", 2);
+    Globals::writelog("given up too", 2);
+    std::string received;
+    std::thread controller([&] { received = server.receive(20s, waiting); });
+    for (int turn = 0; turn < 2000 && link.BytesLeftToSend() > 0; ++turn) {
+        host::ConsoleApplication::DoEvents(10);
+    }
+    controller.join();
+    EXPECT_EQ(received.size(), waiting);
+    EXPECT_EQ(settle(), Lines{"mcmd=WrtL Valu=4 DATA=Tamsvale: 2 log lines given up while "
+                              "Ambrelis was not reading them"});
+}
+
 class DispatcherTest : public DriverFixture {
 protected:
     // Sends the bytes and a "ping" behind them, and returns the log lines and verbs that came

@@ -10,7 +10,6 @@
 #include "LoopbackServer.h"
 #include "MultiPacketReader.h"
 #include "ProcessStats.h"
-#include "StreamTally.h"
 #include "store/UnitListRecord.h"
 
 // The driver as the controller runs it: a child process with positional arguments, talking to
@@ -109,69 +108,5 @@ TEST_F(DriverProcessTest, SweepsEveryHalfMinuteFromTheGreetingToClose) {
     // Both sweeps' broadcasts and the pings of both units.
     EXPECT_EQ(network.pingCalls().size(), 4u);
 }
-
-// The controller's input of one run: `unit` so many times, then `tail`.
-struct Flood {
-    const char* name;
-    std::string unit;
-    std::size_t times;
-    std::string tail;
-    // Of the driver's time, not the clock's, which a busy machine or the sanitizer stretch.
-    double unreadSeconds;
-};
-
-class FloodTest : public DriverProcessTest, public ::testing::WithParamInterface<Flood> {};
-
-// However a controller writes 30 MB of "ping", and though it stops reading, every one is
-// answered: the driver stops reading too and its memory stays small. Input that turns into log
-// lines, for good (a lone byte is a malformed line forever, without a turn of the pump) or 36
-// bytes of line for each byte, has those lines alone given up while nothing is read, then
-// counted in one line.
-TEST_P(FloodTest, IsAnsweredInFullAndOnlyLogLinesAreGivenUp) {
-    const Flood& c = GetParam();
-    std::string input;
-    for (std::size_t i = 0; i < c.times; ++i) {
-        input += c.unit;
-    }
-    input += c.tail;
-    const bool linesGivenUp = c.unit != kPing;
-    const std::size_t answers = (linesGivenUp ? 0 : c.times) + (c.tail == kPing);
-    driver.emplace(Messages{"", "", std::to_string(server.port()), "conn-7"});
-    ASSERT_TRUE(server.accept(5s));
-    std::jthread writer([&] { server.send(input); });
-    long mostKb = 0;
-    const double cpuFrom = testsupport::cpuSeconds(driver->pid());
-    for (double was = -1, ran = 0; ran < c.unreadSeconds && ran > was + 0.01;) {
-        std::this_thread::sleep_for(300ms);  // until the driver has run its time or stopped
-        was = std::exchange(ran, testsupport::cpuSeconds(driver->pid()) - cpuFrom);
-        mostKb = std::max(mostKb, testsupport::residentKilobytes(driver->pid()));
-    }
-    testsupport::StreamTally tally;
-    for (const auto until = std::chrono::steady_clock::now() + 40s;
-         (tally.answers < answers ||
-          (linesGivenUp && (tally.dropNotes == 0 || tally.malformed <= 1000))) &&
-         std::chrono::steady_clock::now() < until;) {
-        tally.feed(server.receive(10ms));
-    }
-    EXPECT_EQ(tally.answers, answers);
-#ifndef __SANITIZE_ADDRESS__  // whose shadow memory dwarfs the driver's own
-    EXPECT_LT(mostKb, (linesGivenUp ? 100 : 64) * 1024);
-#endif
-    EXPECT_TRUE(!linesGivenUp ||
-                (tally.dropNotes == 1 && tally.dropped > 0 && tally.malformed > 1000))
-        << tally.dropNotes << " notes, " << tally.malformed << " malformed";
-    driver.reset();  // a stuck driver never takes the rest of the flood
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, FloodTest,
-                         ::testing::Values(
-                             // A stalled controller, with more than two turns of reading, so
-                             // that the limit of a turn falls inside messages.
-                             Flood{"StalledController", kPing, 30'000'000 / kPing.size(), "", 60},
-                             // A lone byte.
-                             Flood{"LoneByte", "Q", 1, "", 6},
-                             // Malformed pairs, with a "ping" behind them.
-                             Flood{"MalformedPairs", "\x01\x02", 1 << 19, kPing, 6}),
-                         [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
