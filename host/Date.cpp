@@ -35,24 +35,6 @@ int clampToInt(std::int64_t value) {
     return static_cast<int>(std::clamp<std::int64_t>(value, INT_MIN, INT_MAX));
 }
 
-// Sets one field (the host's value minus `bias`) and lets mktime carry any overflow into the
-// others; a date mktime cannot represent stays as it was.
-void setField(double& totalSeconds, int std::tm::*field, std::int64_t value, int bias) {
-    std::tm parts{};
-    if (!toLocal(totalSeconds, parts)) {
-        return;
-    }
-    parts.*field = clampToInt(static_cast<std::int64_t>(clampToInt(value)) - bias);
-    parts.tm_isdst = -1;
-    // mktime's -1 is also a real moment; an untouched tm_wday is the only sure sign of failure.
-    parts.tm_wday = -1;
-    std::time_t seconds = std::mktime(&parts);
-    if (parts.tm_wday == -1) {
-        return;
-    }
-    totalSeconds = static_cast<double>(seconds) + (totalSeconds - std::floor(totalSeconds));
-}
-
 String format(double totalSeconds, const char* pattern) {
     std::tm parts{};
     if (!toLocal(totalSeconds, parts)) {
@@ -95,28 +77,22 @@ std::int64_t Date::Second() const {
     return fields(totalSeconds_).tm_sec;
 }
 
-void Date::SetYear(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_year, value, 1900);
-}
-
-void Date::SetMonth(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_mon, value, 1);
-}
-
-void Date::SetDay(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_mday, value, 0);
-}
-
-void Date::SetHour(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_hour, value, 0);
-}
-
-void Date::SetMinute(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_min, value, 0);
-}
-
-void Date::SetSecond(std::int64_t value) {
-    setField(totalSeconds_, &std::tm::tm_sec, value, 0);
+// Sets one field (the host's value minus `bias`) and lets mktime carry any overflow into the
+// others; a date mktime cannot represent stays as it was.
+void Date::setField(int std::tm::*field, std::int64_t value, int bias) {
+    std::tm parts{};
+    if (!toLocal(totalSeconds_, parts)) {
+        return;
+    }
+    parts.*field = clampToInt(static_cast<std::int64_t>(clampToInt(value)) - bias);
+    parts.tm_isdst = -1;
+    // mktime's -1 is also a real moment; an untouched tm_wday is the only sure sign of failure.
+    parts.tm_wday = -1;
+    std::time_t seconds = std::mktime(&parts);
+    if (parts.tm_wday == -1) {
+        return;
+    }
+    totalSeconds_ = static_cast<double>(seconds) + (totalSeconds_ - std::floor(totalSeconds_));
 }
 
 String Date::LongTime() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 #include "host/String.h"
 
@@ -23,18 +24,20 @@ public:
     std::int64_t Hour() const;
     std::int64_t Minute() const;
     std::int64_t Second() const;
-    void SetYear(std::int64_t value);
-    void SetMonth(std::int64_t value);
-    void SetDay(std::int64_t value);
-    void SetHour(std::int64_t value);
-    void SetMinute(std::int64_t value);
-    void SetSecond(std::int64_t value);
+    void SetYear(std::int64_t value) { setField(&std::tm::tm_year, value, 1900); }
+    void SetMonth(std::int64_t value) { setField(&std::tm::tm_mon, value, 1); }
+    void SetDay(std::int64_t value) { setField(&std::tm::tm_mday, value, 0); }
+    void SetHour(std::int64_t value) { setField(&std::tm::tm_hour, value, 0); }
+    void SetMinute(std::int64_t value) { setField(&std::tm::tm_min, value, 0); }
+    void SetSecond(std::int64_t value) { setField(&std::tm::tm_sec, value, 0); }
 
     // The time of day with seconds and the date, in the machine's local form.
     String LongTime() const;
     String ShortDate() const;
 
 private:
+    void setField(int std::tm::*field, std::int64_t value, int bias);
+
     double totalSeconds_;
 };
 

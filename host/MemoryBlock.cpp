@@ -1,10 +1,8 @@
 #include "host/MemoryBlock.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
-#include "host/ByteOrder.h"
 #include "host/Raise.h"
 
 namespace host {
@@ -28,36 +26,6 @@ std::uint8_t MemoryBlock::Byte(std::int64_t offset) const {
 void MemoryBlock::SetByte(std::int64_t offset, std::uint8_t value) {
     checkRange(offset, 1);
     bytes_[static_cast<std::size_t>(offset)] = static_cast<char>(value);
-}
-
-std::uint16_t MemoryBlock::UInt16Value(std::int64_t offset) const {
-    checkRange(offset, 2);
-    return static_cast<std::uint16_t>(byteorder::load<2>(bytes_.data() + offset, LittleEndian));
-}
-
-void MemoryBlock::SetUInt16Value(std::int64_t offset, std::uint16_t value) {
-    checkRange(offset, 2);
-    byteorder::store<2>(bytes_.data() + offset, value, LittleEndian);
-}
-
-std::uint32_t MemoryBlock::UInt32Value(std::int64_t offset) const {
-    checkRange(offset, 4);
-    return static_cast<std::uint32_t>(byteorder::load<4>(bytes_.data() + offset, LittleEndian));
-}
-
-void MemoryBlock::SetUInt32Value(std::int64_t offset, std::uint32_t value) {
-    checkRange(offset, 4);
-    byteorder::store<4>(bytes_.data() + offset, value, LittleEndian);
-}
-
-double MemoryBlock::DoubleValue(std::int64_t offset) const {
-    checkRange(offset, 8);
-    return std::bit_cast<double>(byteorder::load<8>(bytes_.data() + offset, LittleEndian));
-}
-
-void MemoryBlock::SetDoubleValue(std::int64_t offset, double value) {
-    checkRange(offset, 8);
-    byteorder::store<8>(bytes_.data() + offset, std::bit_cast<std::uint64_t>(value), LittleEndian);
 }
 
 String MemoryBlock::StringValue(std::int64_t offset, std::int64_t length,

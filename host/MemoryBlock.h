@@ -1,8 +1,11 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
+#include "host/ByteOrder.h"
 #include "host/String.h"
 #include "host/TextEncoding.h"
 
@@ -22,12 +25,12 @@ public:
 
     std::uint8_t Byte(std::int64_t offset) const;
     void SetByte(std::int64_t offset, std::uint8_t value);
-    std::uint16_t UInt16Value(std::int64_t offset) const;
-    void SetUInt16Value(std::int64_t offset, std::uint16_t value);
-    std::uint32_t UInt32Value(std::int64_t offset) const;
-    void SetUInt32Value(std::int64_t offset, std::uint32_t value);
-    double DoubleValue(std::int64_t offset) const;
-    void SetDoubleValue(std::int64_t offset, double value);
+    std::uint16_t UInt16Value(std::int64_t offset) const { return load<std::uint16_t>(offset); }
+    void SetUInt16Value(std::int64_t offset, std::uint16_t value) { store(offset, value); }
+    std::uint32_t UInt32Value(std::int64_t offset) const { return load<std::uint32_t>(offset); }
+    void SetUInt32Value(std::int64_t offset, std::uint32_t value) { store(offset, value); }
+    double DoubleValue(std::int64_t offset) const { return load<double>(offset); }
+    void SetDoubleValue(std::int64_t offset, double value) { store(offset, value); }
     String StringValue(std::int64_t offset, std::int64_t length,
                        TextEncoding encoding = TextEncoding::None) const;
     // Writes the first `length` bytes of value at offset; a shorter value is padded with zeros.
@@ -41,6 +44,31 @@ public:
 
 private:
     void checkRange(std::int64_t offset, std::int64_t length) const;
+
+    // A value of type T as sizeof(T) bytes in the block's order; a double travels as the bits of
+    // its IEEE 754 form.
+    template <typename T>
+    T load(std::int64_t offset) const {
+        checkRange(offset, sizeof(T));
+        const std::uint64_t bits = byteorder::load<sizeof(T)>(bytes_.data() + offset, LittleEndian);
+        if constexpr (std::is_floating_point_v<T>) {
+            return std::bit_cast<T>(bits);
+        } else {
+            return static_cast<T>(bits);
+        }
+    }
+
+    template <typename T>
+    void store(std::int64_t offset, T value) {
+        checkRange(offset, sizeof(T));
+        std::uint64_t bits = 0;
+        if constexpr (std::is_floating_point_v<T>) {
+            bits = std::bit_cast<std::uint64_t>(value);
+        } else {
+            bits = value;
+        }
+        byteorder::store<sizeof(T)>(bytes_.data() + offset, bits, LittleEndian);
+    }
 
     std::string bytes_;
 };

@@ -12,19 +12,21 @@
 
 namespace {
 
-// Offsets of the full layout.
-constexpr std::size_t kVersionAt = 2;
-constexpr std::size_t kTransactionAt = 3;
-constexpr std::size_t kInterfaceAt = 4;
-constexpr std::size_t kUnitClassAt = 5;
-constexpr std::size_t kFlagsAt = 6;
-constexpr std::size_t kCodeAt = 7;
-constexpr std::size_t kCommandAt = 8;
-constexpr std::size_t kAddress1At = 9;
-constexpr std::size_t kAddress2At = 10;
-constexpr std::size_t kLevelAt = 11;
-constexpr std::size_t kParam1At = 12;
-constexpr std::size_t kParam2At = 13;
+// Offsets of the full layout: one byte a field, in this order.
+enum : std::size_t {
+    kVersionAt = 2,
+    kTransactionAt,
+    kInterfaceAt,
+    kUnitClassAt,
+    kFlagsAt,
+    kCodeAt,
+    kCommandAt,
+    kAddress1At,
+    kAddress2At,
+    kLevelAt,
+    kParam1At,
+    kParam2At
+};
 constexpr std::size_t kAnalogAt = 12;  // four hexadecimal digits over the parameters
 constexpr std::size_t kAnalogDigits = 4;
 constexpr std::size_t kSignalAt = 15;
