@@ -57,7 +57,8 @@ TEST_F(LinkTest, TheGuardsReportOfWhatEndedTheRunLeavesBeforeTheRunEnds) {
 }
 
 // A run as the controller starts it, in-process: it greets, says it is ready, asks for the units
-// and sweeps until "close".
+// and sweeps until "close". A port is truncated to its number, and arguments past the fourth are
+// not read.
 TEST_F(LinkTest, ARunThatConnectsAsksForItsUnitsAndEndsAtClose) {
     Lines got;
     std::thread controller([&] {
@@ -67,7 +68,8 @@ TEST_F(LinkTest, ARunThatConnectsAsksForItsUnitsAndEndsAtClose) {
         }
     });
     const std::int64_t status = app.Run(host::Array<host::String>{
-        "arp-presence", "", "127.0.0.1", host::String(std::to_string(server.port())), "run-1"});
+        "arp-presence", "", "127.0.0.1", host::String(std::to_string(server.port()) + ".9"),
+        "run-1", "x"});
     controller.join();
     EXPECT_EQ(status, 0);
     EXPECT_EQ(server.greeting(), "ard:run-1\r");

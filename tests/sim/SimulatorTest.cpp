@@ -10,6 +10,7 @@
 
 #include "DriverProcess.h"
 #include "FakeNetwork.h"
+#include "ProcessStats.h"
 #include "Tmux.h"
 #include "store/CXML.h"
 #include "tools/sim/SimOptions.h"
@@ -188,8 +189,8 @@ void run(int exitStatus, const std::vector<std::string>& arguments,
 }
 
 // The driver reads each unit of the list, under its own id, and finds the router in the
-// neighbour table of a network of its own. However a driver ends before it connects, that is a
-// failure.
+// neighbour table of a network of its own; "close" does not wait for the ping of a host there
+// that hangs. However a driver ends before it connects, that is a failure.
 TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
     const testsupport::FakeNetwork network;
     const auto [status, said] = testsupport::DriverProcess::shell("unshare -nrU true");
@@ -197,6 +198,10 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
         GTEST_SKIP() << "no network namespace of our own: " << said;
     }
     network.answer("192.168.5.1", "up 0.364");
+    network.answer("192.168.5.3", "hang 30");
+    // What the drivers leave running (a ping that hangs, a script's sleep) comes to us, and is
+    // ended.
+    testsupport::adoptOrphans();
     run(0,
         {"--port=0", "--for", "3", "--id=c-9", "--unit", "1, Router, 02:FC:AA:BB:CC:DD", "--unit",
          "2, Phone, 192.168.5.7", "--unit", "3, Tablet, 192.168.5.8"},
@@ -208,7 +213,8 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
          "s the driver ended: exit status 0\n"},
         "ip link set lo up && ip link add v0 type veth peer name v1 && ip link set v1 up && "
         "ip addr add 192.168.5.2/24 dev v0 && ip link set v0 up && ip neigh replace 192.168.5.1 "
-        "lladdr 02:fc:aa:bb:cc:dd dev v0 nud permanent");
+        "lladdr 02:fc:aa:bb:cc:dd dev v0 nud permanent && ip neigh replace 192.168.5.3 lladdr "
+        "02:fc:aa:bb:cc:03 dev v0 nud permanent");
     run(2, {"--unit", "1, Router, 10.0.0"}, {});
     // A driver without a greeting still has its messages read: bytes that begin no message, and a
     // length too short for one, are skipped to the next. The script asks for its units, the last
@@ -225,6 +231,7 @@ TEST(SimulatorRunTest, RunsTheDriverShowsWhatItDoesAndEndsWithIt) {
     run(1, {"--port=0", "--driver", driver(network, "echo about to die; kill -9 $$")},
         {"s driver output: about to die\n",
          "s the driver ended before it connected (killed by signal 9 (Killed)); exit status 1\n"});
+    testsupport::endChildren();
 }
 
 // A simulator killed outright has no chance to stop its driver: the driver must die with it.
