@@ -1,8 +1,11 @@
 #include "host/MemoryBlock.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
+#include <type_traits>
 
+#include "host/ByteOrder.h"
 #include "host/Raise.h"
 
 namespace host {
@@ -50,5 +53,35 @@ void MemoryBlock::checkRange(std::int64_t offset, std::int64_t length) const {
         raiseOutOfBounds(offset, Size() - 1);
     }
 }
+
+template <typename T>
+T MemoryBlock::load(std::int64_t offset) const {
+    checkRange(offset, sizeof(T));
+    const std::uint64_t bits = byteorder::load<sizeof(T)>(bytes_.data() + offset, LittleEndian);
+    if constexpr (std::is_floating_point_v<T>) {
+        return std::bit_cast<T>(bits);
+    } else {
+        return static_cast<T>(bits);
+    }
+}
+
+template <typename T>
+void MemoryBlock::store(std::int64_t offset, T value) {
+    checkRange(offset, sizeof(T));
+    std::uint64_t bits = 0;
+    if constexpr (std::is_floating_point_v<T>) {
+        bits = std::bit_cast<std::uint64_t>(value);
+    } else {
+        bits = value;
+    }
+    byteorder::store<sizeof(T)>(bytes_.data() + offset, bits, LittleEndian);
+}
+
+template std::uint16_t MemoryBlock::load(std::int64_t) const;
+template std::uint32_t MemoryBlock::load(std::int64_t) const;
+template double MemoryBlock::load(std::int64_t) const;
+template void MemoryBlock::store(std::int64_t, std::uint16_t);
+template void MemoryBlock::store(std::int64_t, std::uint32_t);
+template void MemoryBlock::store(std::int64_t, double);
 
 }  // namespace host

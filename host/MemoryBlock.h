@@ -1,11 +1,8 @@
 #pragma once
 
-#include <bit>
 #include <cstdint>
 #include <string>
-#include <type_traits>
 
-#include "host/ByteOrder.h"
 #include "host/String.h"
 #include "host/TextEncoding.h"
 
@@ -46,29 +43,12 @@ private:
     void checkRange(std::int64_t offset, std::int64_t length) const;
 
     // A value of type T as sizeof(T) bytes in the block's order; a double travels as the bits of
-    // its IEEE 754 form.
+    // its IEEE 754 form. Defined beside checkRange, so that no caller inlines an access the
+    // compiler cannot see is checked.
     template <typename T>
-    T load(std::int64_t offset) const {
-        checkRange(offset, sizeof(T));
-        const std::uint64_t bits = byteorder::load<sizeof(T)>(bytes_.data() + offset, LittleEndian);
-        if constexpr (std::is_floating_point_v<T>) {
-            return std::bit_cast<T>(bits);
-        } else {
-            return static_cast<T>(bits);
-        }
-    }
-
+    T load(std::int64_t offset) const;
     template <typename T>
-    void store(std::int64_t offset, T value) {
-        checkRange(offset, sizeof(T));
-        std::uint64_t bits = 0;
-        if constexpr (std::is_floating_point_v<T>) {
-            bits = std::bit_cast<std::uint64_t>(value);
-        } else {
-            bits = value;
-        }
-        byteorder::store<sizeof(T)>(bytes_.data() + offset, bits, LittleEndian);
-    }
+    void store(std::int64_t offset, T value);
 
     std::string bytes_;
 };
