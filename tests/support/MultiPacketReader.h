@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/ByteOrder.h"
 #include "wire/cAmbrelisCommand.h"
 
 namespace testsupport {
@@ -35,9 +36,7 @@ inline ControllerView readControllerStream(const std::string& bytes) {
         view.greeting = bytes.substr(0, at);
     }
     while (bytes.size() - at >= 4 && bytes[at] == 'J') {
-        const std::size_t length =
-            static_cast<unsigned char>(bytes[at + 1]) |
-            static_cast<std::size_t>(static_cast<unsigned char>(bytes[at + 2])) << 8;
+        const std::size_t length = host::byteorder::load<2>(bytes.data() + at + 1, true);
         if (length < 4 || bytes.size() - at < length) {
             break;
         }
